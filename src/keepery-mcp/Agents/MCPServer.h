@@ -1,0 +1,58 @@
+#pragma once
+
+#include <exception>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace keepery {
+
+class LibraryStore;
+
+// The Model Context Protocol server: JSON-RPC 2.0, one compact JSON object per line. It keeps nothing
+// from one message to the next; every method is answered at any time. One line at a time, on the thread
+// that runs the line loop.
+class MCPServer {
+public:
+    static constexpr const char* name = "keepery";
+    static constexpr const char* protocolVersion = "2025-06-18";
+    static constexpr const char* instructions =
+        "Keepery is the user's keepery book: windows, photos and videos they chose to keep, each described, "
+        "tagged and filed into collections. Search it (search_keepery) before asking the user about "
+        "something "
+        "they saw, read or saved; open a result with get_capture for its full text.";
+
+    // The error a tool throws; its message reaches the assistant unchanged, as a result marked isError.
+    struct ToolFailure : std::exception {
+        std::string message;
+        explicit ToolFailure(std::string text) : message(std::move(text)) {}
+        const char* what() const noexcept override { return message.c_str(); }
+    };
+
+    MCPServer(LibraryStore& store, std::string version);
+
+    // The reply line (without its line ending) to one input line, or nothing when no reply is due (a
+    // notification, or a reply that cannot be serialised). Never throws.
+    [[nodiscard]] std::optional<std::string> handle(std::string_view line);
+
+    // Runs one tool and returns its text. Throws ToolFailure for the failures the assistant should read,
+    // and passes any other error (a database failure) on.
+    [[nodiscard]] std::string call(const std::string& toolName, const nlohmann::json& arguments);
+
+    // The four tool descriptions, in the order they are listed; built once.
+    [[nodiscard]] static const nlohmann::json& tools();
+
+    // Serialised success and error replies; nothing when serialisation fails. An absent id becomes null.
+    [[nodiscard]] static std::optional<std::string> result(const nlohmann::json& id, nlohmann::json result);
+    [[nodiscard]] static std::optional<std::string> error(const nlohmann::json* id, int code,
+                                                          const std::string& message);
+
+private:
+    [[nodiscard]] nlohmann::json toolResult(const nlohmann::json& params);
+
+    LibraryStore& store_;
+    std::string version_;
+};
+
+} // namespace keepery
