@@ -3,6 +3,7 @@
 #include "Platform/Paths.h"
 
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 namespace keepery {
@@ -26,11 +27,21 @@ std::filesystem::path Settings::defaultFile() {
 }
 
 std::optional<Settings> Settings::load(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    if (!in) {
+    std::string text;
+    try {
+        std::ifstream in(file, std::ios::binary);
+        if (!in) {
+            return std::nullopt;
+        }
+        text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        if (in.bad()) {
+            return std::nullopt;
+        }
+    } catch (const std::exception&) {
+        // A directory or a device in place of the file: no settings.
         return std::nullopt;
     }
-    nlohmann::json object = nlohmann::json::parse(in, nullptr, /*allow_exceptions=*/false);
+    nlohmann::json object = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
     if (!object.is_object()) {
         return std::nullopt;
     }

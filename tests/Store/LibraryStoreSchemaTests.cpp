@@ -1,0 +1,208 @@
+#include "Store/LibraryStore.h"
+
+#include "support/TemporaryDirectory.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+
+using namespace keepery;
+using Value = Database::Value;
+
+namespace {
+
+// The creating script of the first schema version, as the companion app wrote it.
+constexpr const char* version1Script = R"sql(
+CREATE TABLE captures (
+    id TEXT PRIMARY KEY NOT NULL, created_at REAL NOT NULL, app TEXT NOT NULL DEFAULT '', bundle_id TEXT,
+    window_title TEXT NOT NULL DEFAULT '', url TEXT, document_path TEXT, source TEXT NOT NULL DEFAULT '',
+    width INTEGER NOT NULL DEFAULT 0, height INTEGER NOT NULL DEFAULT 0, stage TEXT NOT NULL DEFAULT 'captured',
+    ocr_text TEXT, title TEXT, summary TEXT, kind TEXT, highlights TEXT NOT NULL DEFAULT '[]',
+    links TEXT NOT NULL DEFAULT '[]', note TEXT, favorite INTEGER NOT NULL DEFAULT 0,
+    collection_id TEXT REFERENCES collections(id) ON DELETE SET NULL, attempts INTEGER NOT NULL DEFAULT 0,
+    next_attempt_at REAL NOT NULL DEFAULT 0, last_error TEXT);
+CREATE INDEX idx_captures_created ON captures(created_at);
+CREATE INDEX idx_captures_stage ON captures(stage, next_attempt_at);
+CREATE INDEX idx_captures_collection ON captures(collection_id);
+CREATE INDEX idx_captures_kind ON captures(kind);
+CREATE INDEX idx_captures_source ON captures(source);
+CREATE TABLE capture_tags (capture_id TEXT NOT NULL REFERENCES captures(id) ON DELETE CASCADE,
+    tag TEXT NOT NULL, PRIMARY KEY (capture_id, tag));
+CREATE INDEX idx_capture_tags_tag ON capture_tags(tag);
+CREATE TABLE collections (id TEXT PRIMARY KEY NOT NULL, name TEXT NOT NULL, emoji TEXT NOT NULL DEFAULT '',
+    created_at REAL NOT NULL, updated_at REAL NOT NULL, named_at_count INTEGER NOT NULL DEFAULT 0,
+    user_named INTEGER NOT NULL DEFAULT 0);
+CREATE TABLE vectors (capture_id TEXT NOT NULL REFERENCES captures(id) ON DELETE CASCADE,
+    space TEXT NOT NULL, model TEXT NOT NULL, dim INTEGER NOT NULL, vector BLOB NOT NULL,
+    PRIMARY KEY (capture_id, space));
+CREATE VIRTUAL TABLE captures_fts USING fts5(id UNINDEXED, title, summary, ocr, note, tags, source,
+    tokenize = 'porter unicode61 remove_diacritics 2');
+INSERT INTO collections VALUES ('c1', 'Cooking', '🍳', 10, 20, 2, 0);
+INSERT INTO captures (id, created_at, app, window_title, title, collection_id)
+    VALUES ('a', 100, 'Safari', 'Pasta', 'Pasta night', 'c1'), ('b', 200, 'Notes', 'List', NULL, NULL);
+INSERT INTO capture_tags VALUES ('a', 'pasta');
+INSERT INTO captures_fts (id, title) VALUES ('a', 'Pasta night');
+PRAGMA user_version = 1;
+)sql";
+
+std::vector<std::string> columns(Database& db, const std::string& table) {
+    std::vector<std::string> names;
+    for (const auto& row : db.query("PRAGMA table_info(" + table + ")")) {
+        names.push_back(*row.at("name").asText());
+    }
+    return names;
+}
+
+std::string schemaText(Database& db) {
+    std::string text;
+    for (const auto& row : db.query("SELECT name, sql FROM sqlite_master ORDER BY name")) {
+        text += row.at("name").asText().value_or("") + ":" + row.at("sql").asText().value_or("") + "\n";
+    }
+    return text;
+}
+
+} // namespace
+
+TEST(LibraryStoreSchema, OpeningAMissingDirectoryCreatesTheWholeLibrary) {
+    keepery::testing::TemporaryDirectory dir;
+    const auto root = dir / "deep" / "Keepery";
+    {
+        LibraryStore store(root);
+        EXPECT_EQ(store.root(), root);
+    }
+    for (const char* entry : {"captures", "thumbs", "media"}) {
+        EXPECT_TRUE(std::filesystem::is_directory(root / entry)) << entry;
+    }
+    Database db((root / "library.sqlite").string());
+    EXPECT_EQ(db.userVersion(), 2);
+    const auto captureColumns = columns(db, "captures");
+    ASSERT_EQ(captureColumns.size(), 29u);
+    EXPECT_EQ(captureColumns.front(), "id");
+    EXPECT_EQ(captureColumns[22], "last_error");
+    EXPECT_EQ(captureColumns.back(), "transcript");
+    EXPECT_EQ(columns(db, "captures_fts"),
+              (std::vector<std::string>{"id", "title", "summary", "ocr", "note", "tags", "source"}));
+    const auto tables = db.query("SELECT name FROM sqlite_master WHERE type = 'table' AND name IN "
+                                 "('captures', 'capture_tags', 'collections', 'vectors', 'captures_fts')");
+    EXPECT_EQ(tables.size(), 5u);
+    EXPECT_EQ(db.query("SELECT name FROM sqlite_master WHERE type = 'index' AND name LIKE 'idx_%'").size(),
+              7u);
+    // Defaults of the storage format, as another program inserting a bare row sees them.
+    db.run("INSERT INTO captures (id, created_at) VALUES ('x', 1)");
+    const auto row = db.query("SELECT * FROM captures")[0];
+    EXPECT_EQ(row.at("stage"), Value("captured"));
+    EXPECT_EQ(row.at("media"), Value("screen"));
+    EXPECT_EQ(row.at("highlights"), Value("[]"));
+    EXPECT_EQ(row.at("next_attempt_at"), Value(0.0));
+}
+
+TEST(LibraryStoreSchema, ReopeningChangesNothing) {
+    keepery::testing::TemporaryDirectory dir;
+    std::string before;
+    {
+        LibraryStore store(dir.path());
+        Database db((dir / "library.sqlite").string());
+        before = schemaText(db);
+    }
+    LibraryStore again(dir.path());
+    Database db((dir / "library.sqlite").string());
+    EXPECT_EQ(schemaText(db), before);
+    EXPECT_EQ(db.userVersion(), 2);
+}
+
+TEST(LibraryStoreSchema, AVersionOneLibraryGainsTheMediaColumnsAndKeepsItsRows) {
+    keepery::testing::TemporaryDirectory dir;
+    {
+        Database old((dir / "library.sqlite").string());
+        old.execute(version1Script);
+    }
+    { LibraryStore store(dir.path()); }
+    Database db((dir / "library.sqlite").string());
+    EXPECT_EQ(db.userVersion(), 2);
+    EXPECT_EQ(columns(db, "captures").size(), 29u);
+    const auto rows = db.query("SELECT id, title, collection_id, media, duration, taken_at, image_file, "
+                               "original_file, transcript FROM captures ORDER BY id");
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[0].at("title"), Value("Pasta night"));
+    EXPECT_EQ(rows[0].at("collection_id"), Value("c1"));
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.at("media"), Value("screen"));
+        for (const char* column : {"duration", "taken_at", "image_file", "original_file", "transcript"}) {
+            EXPECT_TRUE(row.at(column).isNull()) << column;
+        }
+    }
+    EXPECT_EQ(db.query("SELECT tag FROM capture_tags")[0].at("tag"), Value("pasta"));
+    EXPECT_EQ(db.query("SELECT id FROM captures_fts WHERE captures_fts MATCH 'pasta'").size(), 1u);
+    EXPECT_EQ(db.query("SELECT name FROM sqlite_master WHERE name = 'idx_captures_media'").size(), 1u);
+}
+
+TEST(LibraryStoreSchema, ANewerVersionIsLeftAlone) {
+    keepery::testing::TemporaryDirectory dir;
+    {
+        Database db((dir / "library.sqlite").string());
+        db.execute("CREATE TABLE future (x); PRAGMA user_version = 3");
+    }
+    { LibraryStore store(dir.path()); }
+    Database db((dir / "library.sqlite").string());
+    EXPECT_EQ(db.userVersion(), 3);
+    EXPECT_TRUE(db.query("SELECT name FROM sqlite_master WHERE name = 'captures'").empty());
+}
+
+TEST(LibraryStoreSchema, AFailedMigrationLeavesTheFileAsItWas) {
+    keepery::testing::TemporaryDirectory dir;
+    {
+        // Version 0, but a captures table already there: the creating script fails half way.
+        Database db((dir / "library.sqlite").string());
+        db.execute("CREATE TABLE collections (id TEXT)");
+    }
+    try {
+        LibraryStore store(dir.path());
+        FAIL();
+    } catch (const Database::Failure& failure) {
+        EXPECT_EQ(failure.message(), "table collections already exists");
+        EXPECT_TRUE(failure.sql().find("CREATE TABLE captures") != std::string::npos);
+    }
+    Database db((dir / "library.sqlite").string());
+    EXPECT_EQ(db.userVersion(), 0);
+    EXPECT_TRUE(db.query("SELECT name FROM sqlite_master WHERE name = 'captures'").empty());
+}
+
+TEST(LibraryStoreSchema, AFileWhereTheDirectoryShouldBeFailsWithTheFileSystemError) {
+    keepery::testing::TemporaryDirectory dir;
+    std::ofstream(dir / "Keepery") << "not a directory";
+    EXPECT_THROW(LibraryStore store(dir / "Keepery"), std::filesystem::filesystem_error);
+    // A directory where the database file should be fails in the access layer.
+    std::filesystem::create_directories(dir / "lib" / "library.sqlite");
+    EXPECT_THROW(LibraryStore store(dir / "lib"), Database::Failure);
+}
+
+TEST(LibraryStoreSchema, FileLocationsArePureFunctionsOfTheRoot) {
+    keepery::testing::TemporaryDirectory dir;
+    LibraryStore store(dir.path());
+    EXPECT_EQ(store.imageURL("abc"), dir / "captures" / "abc.png");
+    EXPECT_EQ(store.thumbURL("abc"), dir / "thumbs" / "abc.jpg");
+    EXPECT_EQ(store.sheetURL("abc"), dir / "media" / "abc-sheet.jpg");
+    Capture capture;
+    capture.id = "abc";
+    EXPECT_EQ(store.imageURL(capture), dir / "captures" / "abc.png");
+    EXPECT_EQ(store.originalURL(capture), std::nullopt);
+    capture.imageFile = "media/abc.jpg";
+    capture.originalFile = "media/abc-original.mov";
+    EXPECT_EQ(store.imageURL(capture), dir / "media" / "abc.jpg");
+    EXPECT_EQ(store.originalURL(capture), dir / "media" / "abc-original.mov");
+}
+
+TEST(LibraryStoreSchema, TheDefaultRootFollowsTheDataHome) {
+    const char* saved = std::getenv("XDG_DATA_HOME");
+    const std::string previous = saved != nullptr ? saved : "";
+    setenv("XDG_DATA_HOME", "/data/home", 1);
+    EXPECT_EQ(LibraryStore::defaultRoot(), std::filesystem::path("/data/home/Keepery"));
+    setenv("XDG_DATA_HOME", "relative/ignored", 1);
+    EXPECT_EQ(LibraryStore::defaultRoot().filename(), "Keepery");
+    EXPECT_EQ(LibraryStore::defaultRoot().parent_path().filename(), "share");
+    if (saved != nullptr) {
+        setenv("XDG_DATA_HOME", previous.c_str(), 1);
+    } else {
+        unsetenv("XDG_DATA_HOME");
+    }
+}

@@ -1,0 +1,80 @@
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+
+using namespace keepery;
+
+namespace {
+
+class Startup : public ::testing::Test {
+protected:
+    keepery::testing::TemporaryDirectory home;
+
+    keepery::testing::ChildResult run(const std::string& input,
+                                      std::map<std::string, std::string> extra = {}) {
+        std::map<std::string, std::string> environment{
+            {"HOME", home.path().string()}, {"PATH", "/usr/bin:/bin"}, {"OLLAMA_HOST", "127.0.0.1:9"}};
+        environment.merge(extra);
+        return keepery::testing::runChild(KEEPERY_MCP_PATH, {}, environment, input);
+    }
+
+    std::filesystem::path library() const { return home / ".local/share/Keepery"; }
+};
+
+constexpr const char* ping = "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"ping\"}";
+constexpr const char* pong = "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":{}}\n";
+
+} // namespace
+
+TEST_F(Startup, EmptyInputCreatesTheLibraryAndExitsQuietly) {
+    const auto result = run("");
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "");
+    EXPECT_TRUE(std::filesystem::exists(library() / "library.sqlite"));
+    EXPECT_TRUE(std::filesystem::is_directory(library() / "thumbs"));
+}
+
+TEST_F(Startup, TheDataHomeDecidesWhereTheLibraryLives) {
+    const auto elsewhere = home / "data";
+    EXPECT_EQ(run("", {{"XDG_DATA_HOME", elsewhere.string()}}).exitStatus, 0);
+    EXPECT_TRUE(std::filesystem::exists(elsewhere / "Keepery" / "library.sqlite"));
+    EXPECT_FALSE(std::filesystem::exists(library()));
+}
+
+TEST_F(Startup, EachRequestLineGetsOneReplyLineInOrder) {
+    const std::string input = std::string(ping) + "\n" + " \t \n\n" + "  " + ping + "  \r\n" +
+                              "{\"method\":\"notifications/initialized\"}\n" + "garbage\n" +
+                              "{\"id\":2,\"method\":\"ping\"}"; // the last line has no line feed
+    const auto result = run(input);
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(
+        result.out,
+        std::string(pong) + pong +
+            "{\"error\":{\"code\":-32700,\"message\":\"Parse error\"},\"id\":null,\"jsonrpc\":\"2.0\"}\n"
+            "{\"id\":2,\"jsonrpc\":\"2.0\",\"result\":{}}\n");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(Startup, ALibraryThatCannotBeOpenedEndsWithOneLineOnStandardError) {
+    std::filesystem::create_directories(home / ".local/share");
+    std::ofstream(library()) << "a file where the library directory should be";
+    const auto result = run(std::string(ping) + "\n");
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.out, "");
+    const std::string prefix = "keepery-mcp: cannot open the library at " + library().string() + ": ";
+    EXPECT_TRUE(result.err.starts_with(prefix)) << result.err;
+    EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << result.err;
+}
+
+TEST_F(Startup, ADatabaseFileThatIsNotADatabaseNamesTheFailingStatement) {
+    std::filesystem::create_directories(library());
+    std::ofstream(library() / "library.sqlite") << std::string(4096, 'x');
+    const auto result = run(std::string(ping) + "\n");
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "keepery-mcp: cannot open the library at " + library().string() +
+                              ": SQLite: file is not a database \u2014 PRAGMA journal_mode = WAL\n");
+}

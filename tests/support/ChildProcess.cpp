@@ -1,0 +1,187 @@
+#include "support/ChildProcess.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+namespace keepery::testing {
+
+ChildResult runChild(const std::string& program, const std::vector<std::string>& arguments,
+                     const std::map<std::string, std::string>& environment, const std::string& input) {
+    int in[2], out[2], err[2];
+    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
+        throw std::runtime_error("pipe failed");
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+
+    std::vector<std::string> argvStrings{program};
+    argvStrings.insert(argvStrings.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (auto& s : argvStrings) {
+        argv.push_back(s.data());
+    }
+    argv.push_back(nullptr);
+    std::vector<std::string> envStrings;
+    for (const auto& [key, value] : environment) {
+        envStrings.push_back(key + "=" + value);
+    }
+    std::vector<char*> envp;
+    for (auto& s : envStrings) {
+        envp.push_back(s.data());
+    }
+    envp.push_back(nullptr);
+
+    pid_t pid = 0;
+    const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    close(in[0]);
+    close(out[1]);
+    close(err[1]);
+    if (spawned != 0) {
+        close(in[1]);
+        close(out[0]);
+        close(err[0]);
+        throw std::runtime_error("cannot start " + program);
+    }
+
+    ChildResult result;
+    std::size_t written = 0;
+    int inFd = in[1];
+    if (input.empty()) {
+        close(inFd);
+        inFd = -1;
+    }
+    bool outOpen = true, errOpen = true;
+    while (outOpen || errOpen) {
+        pollfd fds[3] = {
+            {outOpen ? out[0] : -1, POLLIN, 0}, {errOpen ? err[0] : -1, POLLIN, 0}, {inFd, POLLOUT, 0}};
+        if (poll(fds, 3, -1) < 0 && errno != EINTR) {
+            break;
+        }
+        char buffer[65536];
+        for (int i = 0; i < 2; ++i) {
+            if (fds[i].revents & (POLLIN | POLLHUP | POLLERR)) {
+                const ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
+                if (n > 0) {
+                    (i == 0 ? result.out : result.err).append(buffer, static_cast<std::size_t>(n));
+                } else {
+                    (i == 0 ? outOpen : errOpen) = false;
+                }
+            }
+        }
+        if (inFd >= 0 && (fds[2].revents & (POLLOUT | POLLERR | POLLHUP))) {
+            const ssize_t n = write(inFd, input.data() + written, input.size() - written);
+            if (n > 0) {
+                written += static_cast<std::size_t>(n);
+            }
+            if (n < 0 || written == input.size()) {
+                close(inFd);
+                inFd = -1;
+            }
+        }
+    }
+    if (inFd >= 0) {
+        close(inFd);
+    }
+    close(out[0]);
+    close(err[0]);
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+LineChild::LineChild(const std::string& program, const std::map<std::string, std::string>& environment) {
+    int in[2], out[2];
+    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) {
+        throw std::runtime_error("pipe failed");
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    std::string programCopy = program;
+    char* argv[] = {programCopy.data(), nullptr};
+    std::vector<std::string> envStrings;
+    for (const auto& [key, value] : environment) {
+        envStrings.push_back(key + "=" + value);
+    }
+    std::vector<char*> envp;
+    for (auto& s : envStrings) {
+        envp.push_back(s.data());
+    }
+    envp.push_back(nullptr);
+    pid_t pid = 0;
+    const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv, envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    close(in[0]);
+    close(out[1]);
+    if (spawned != 0) {
+        close(in[1]);
+        close(out[0]);
+        throw std::runtime_error("cannot start " + program);
+    }
+    pid_ = pid;
+    input_ = in[1];
+    output_ = out[0];
+}
+
+LineChild::~LineChild() {
+    finish();
+}
+
+void LineChild::send(const std::string& text) {
+    std::size_t written = 0;
+    while (input_ >= 0 && written < text.size()) {
+        const ssize_t n = write(input_, text.data() + written, text.size() - written);
+        if (n <= 0 && errno != EINTR) {
+            return;
+        }
+        written += n > 0 ? static_cast<std::size_t>(n) : 0;
+    }
+}
+
+std::string LineChild::readLine() {
+    while (buffered_.find('\n') == std::string::npos) {
+        char buffer[65536];
+        const ssize_t n = read(output_, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return std::exchange(buffered_, std::string());
+        }
+        buffered_.append(buffer, static_cast<std::size_t>(n));
+    }
+    const std::size_t end = buffered_.find('\n');
+    std::string line = buffered_.substr(0, end);
+    buffered_.erase(0, end + 1);
+    return line;
+}
+
+int LineChild::finish() {
+    if (pid_ < 0) {
+        return -1;
+    }
+    close(input_);
+    close(output_);
+    input_ = output_ = -1;
+    int status = 0;
+    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+} // namespace keepery::testing
