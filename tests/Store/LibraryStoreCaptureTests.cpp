@@ -177,6 +177,35 @@ TEST_F(CaptureWrites, FullTextRowsFollowEveryWriteOfIndexedText) {
     EXPECT_EQ(store.textSearch("miso ramen", 10).size(), 1u);
 }
 
+TEST_F(CaptureWrites, FullTextRowsStayOnePerCaptureWhateverAnotherProgramWrote) {
+    store.insert(screen("a", 1, "Safari", "Alpha"));
+    store.insert(screen("b", 2, "Safari", "Beta"));
+    store.setNote("a", "first");
+    // Another program rewrote a's row under a new rowid and left a stray duplicate.
+    raw.run("DELETE FROM captures_fts WHERE id = 'a'");
+    raw.run("INSERT INTO captures_fts (rowid, id, title) VALUES (1000, 'a', 'stale'), (1001, 'a', 'stray')");
+    store.setNote("a", "second");
+    EXPECT_EQ(ftsColumn("a", "note"), "second");
+    EXPECT_EQ(ftsColumn("a", "title"), " Alpha");
+    EXPECT_EQ(ftsColumn("b", "title"), " Beta");
+
+    // A row written behind the store's back for a capture it has not touched yet is found too.
+    raw.run("DELETE FROM captures_fts WHERE id = 'b'");
+    raw.run("INSERT INTO captures_fts (id, title) VALUES ('b', 'stale')");
+    store.setTags("b", {"x"});
+    EXPECT_EQ(ftsColumn("b", "title"), " Beta");
+    store.deleteCapture("b");
+    EXPECT_EQ(rowsNaming("captures_fts", "id", "b"), 0);
+
+    // A store opened on an existing library finds the rows already there.
+    LibraryStore reopened(store.root());
+    reopened.setNote("a", "third");
+    EXPECT_EQ(ftsColumn("a", "note"), "third");
+    store.setNote("a", "fourth");
+    EXPECT_EQ(ftsColumn("a", "note"), "fourth") << "each store sees the other's writes";
+    EXPECT_EQ(rowsNaming("captures_fts", "id", "a"), 1);
+}
+
 TEST_F(CaptureWrites, AFailedStepRollsBackTheWholeWrite) {
     store.insert(screen("a", 1));
     store.setTags("a", {"old"});

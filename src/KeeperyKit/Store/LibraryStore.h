@@ -2,11 +2,13 @@
 
 #include "Model/Capture.h"
 #include "Store/Database.h"
+#include "Store/FullTextRows.h"
 #include "Store/LibraryFilter.h"
 
 #include <concepts>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
 #include <span>
@@ -34,6 +36,8 @@ concept DescriptionRecord = requires(const D& d) {
 // The library: one directory holding the SQLite database `library.sqlite` and the image files
 // (`captures/`, `thumbs/`, `media/`). The layout and schema are a storage format shared with the companion
 // app. The store has no lock of its own: one caller at a time (the Library actor, or the server's loop).
+// Other processes may write the same database at any time; what the store remembers between calls (where
+// the full-text rows lie) is checked against their writes before it is used.
 class LibraryStore {
 public:
     static constexpr std::int64_t schemaVersion = 2;
@@ -206,6 +210,8 @@ public:
 
 private:
     void migrate();
+    // Runs `body` in one transaction that may refresh full-text rows; a failure forgets where they lie.
+    void indexedTransaction(const std::function<void()>& body);
     void reindex(const std::string& id);
     void writeTags(const std::string& id, std::span<const std::string> tags);
     // The one capture read: the row fetch with its tag list, decoded, in SQLite's order.
@@ -214,6 +220,7 @@ private:
 
     std::filesystem::path root_;
     Database db_;
+    FullTextRows ftsRows_;
 };
 
 } // namespace keepery

@@ -184,7 +184,7 @@ bool isInside(const std::filesystem::path& path, const std::filesystem::path& ro
 } // namespace
 
 void LibraryStore::insert(const Capture& capture) {
-    db_.transaction([&] {
+    indexedTransaction([&] {
         db_.run("INSERT INTO captures (id, created_at, app, bundle_id, window_title, url, document_path,\n"
                 "    source, width, height, stage, note, favorite, media, duration, taken_at, image_file, "
                 "original_file)\n"
@@ -200,7 +200,7 @@ void LibraryStore::insert(const Capture& capture) {
 
 void LibraryStore::setRead(const std::string& id, const std::string& ocrText,
                            const std::optional<std::string>& transcript) {
-    db_.transaction([&] {
+    indexedTransaction([&] {
         db_.run(
             "UPDATE captures SET ocr_text = ?, transcript = ?, stage = ?, attempts = 0, last_error = NULL "
             "WHERE id = ?",
@@ -210,7 +210,7 @@ void LibraryStore::setRead(const std::string& id, const std::string& ocrText,
 }
 
 void LibraryStore::setDescribed(const std::string& id, const Description& description) {
-    db_.transaction([&] {
+    indexedTransaction([&] {
         db_.run("UPDATE captures SET title = ?, summary = ?, kind = ?, highlights = ?, links = ?,\n"
                 "    stage = ?, attempts = 0, last_error = NULL WHERE id = ?",
                 {description.title, description.summary, description.kind.rawValue(),
@@ -234,7 +234,7 @@ void LibraryStore::setNote(const std::string& id, const std::optional<std::strin
             trimmed.reset();
         }
     }
-    db_.transaction([&] {
+    indexedTransaction([&] {
         db_.run("UPDATE captures SET note = ? WHERE id = ?", {trimmed, id});
         reindex(id);
     });
@@ -245,7 +245,7 @@ void LibraryStore::setFavorite(const std::string& id, bool favorite) {
 }
 
 void LibraryStore::setTags(const std::string& id, const std::vector<std::string>& tags) {
-    db_.transaction([&] {
+    indexedTransaction([&] {
         writeTags(id, tags);
         reindex(id);
     });
@@ -253,8 +253,11 @@ void LibraryStore::setTags(const std::string& id, const std::vector<std::string>
 
 void LibraryStore::deleteCapture(const std::string& id) {
     const std::optional<Capture> existing = capture(id);
-    db_.transaction([&] {
-        db_.run("DELETE FROM captures_fts WHERE id = ?", {id});
+    indexedTransaction([&] {
+        for (std::int64_t rowid : ftsRows_.rowsOf(db_, id)) {
+            db_.run("DELETE FROM captures_fts WHERE rowid = ?", {rowid});
+        }
+        ftsRows_.forget(id);
         // Tag and vector rows go with it: their foreign keys cascade.
         db_.run("DELETE FROM captures WHERE id = ?", {id});
     });
@@ -332,15 +335,32 @@ std::string LibraryStore::normalizedTag(std::string_view tag) {
     return Text::lowercased(Text::utf8(std::u32string_view(points).substr(start, end - start)));
 }
 
+void LibraryStore::indexedTransaction(const std::function<void()>& body) {
+    try {
+        db_.transaction(body);
+    } catch (...) {
+        ftsRows_.invalidate();
+        throw;
+    }
+}
+
 void LibraryStore::reindex(const std::string& id) {
-    db_.run("DELETE FROM captures_fts WHERE id = ?", {id});
-    db_.run("INSERT INTO captures_fts (id, title, summary, ocr, note, tags, source)\n"
-            "SELECT c.id, coalesce(c.title, '') || ' ' || c.window_title, coalesce(c.summary, ''),\n"
-            "    coalesce(c.ocr_text, '') || ' ' || coalesce(c.transcript, ''), coalesce(c.note, ''),\n"
-            "    coalesce((SELECT group_concat(tag, ' ') FROM capture_tags WHERE capture_id = c.id), ''),\n"
-            "    c.source || ' ' || c.app\n"
-            "FROM captures c WHERE c.id = ?",
-            {id});
+    // Deleting "WHERE id = ?" would scan the whole full-text table; the rows' places are known instead.
+    for (std::int64_t rowid : ftsRows_.rowsOf(db_, id)) {
+        db_.run("DELETE FROM captures_fts WHERE rowid = ?", {rowid});
+    }
+    ftsRows_.forget(id);
+    const std::int64_t inserted = db_.run(
+        "INSERT INTO captures_fts (id, title, summary, ocr, note, tags, source)\n"
+        "SELECT c.id, coalesce(c.title, '') || ' ' || c.window_title, coalesce(c.summary, ''),\n"
+        "    coalesce(c.ocr_text, '') || ' ' || coalesce(c.transcript, ''), coalesce(c.note, ''),\n"
+        "    coalesce((SELECT group_concat(tag, ' ') FROM capture_tags WHERE capture_id = c.id), ''),\n"
+        "    c.source || ' ' || c.app\n"
+        "FROM captures c WHERE c.id = ?",
+        {id});
+    if (inserted > 0) {
+        ftsRows_.add(id, db_.lastInsertRowID());
+    }
 }
 
 void LibraryStore::writeTags(const std::string& id, std::span<const std::string> tags) {
