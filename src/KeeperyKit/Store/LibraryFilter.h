@@ -33,11 +33,11 @@ public:
     // Screen captures, photos or videos.
     [[nodiscard]] static LibraryFilter media(CaptureMedia media) { return {Case::media, media}; }
     // Every capture.
-    [[nodiscard]] static LibraryFilter recent() { return {Case::recent, {}}; }
+    [[nodiscard]] static LibraryFilter recent() { return LibraryFilter(Case::recent); }
     // Captures marked favourite.
-    [[nodiscard]] static LibraryFilter favorites() { return {Case::favorites, {}}; }
+    [[nodiscard]] static LibraryFilter favorites() { return LibraryFilter(Case::favorites); }
     // Captures in no collection.
-    [[nodiscard]] static LibraryFilter unsorted() { return {Case::unsorted, {}}; }
+    [[nodiscard]] static LibraryFilter unsorted() { return LibraryFilter(Case::unsorted); }
 
     [[nodiscard]] Case which() const { return case_; }
     [[nodiscard]] const Payload& payload() const { return payload_; }
@@ -45,7 +45,10 @@ public:
     bool operator==(const LibraryFilter&) const = default;
 
 private:
-    LibraryFilter(Case which, Payload payload) : case_(which), payload_(std::move(payload)) {}
+    // The payload is made in place: moving a whole variant trips a false warning of GCC 12.
+    explicit LibraryFilter(Case which) : case_(which) {}
+    template <typename T>
+    LibraryFilter(Case which, T&& payload) : case_(which), payload_(std::forward<T>(payload)) {}
 
     Case case_;
     Payload payload_;
