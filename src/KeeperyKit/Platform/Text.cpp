@@ -186,4 +186,9 @@ std::string utf8(std::u32string_view points) {
     return out;
 }
 
+bool isAlphanumeric(char32_t c) {
+    constexpr uint32_t letters = U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK;
+    return (U_GET_GC_MASK(static_cast<UChar32>(c)) & letters) != 0;
+}
+
 } // namespace keepery::Text

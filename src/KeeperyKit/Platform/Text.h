@@ -44,4 +44,7 @@ namespace keepery::Text {
 // UTF-8 for the given code points.
 [[nodiscard]] std::string utf8(std::u32string_view codePoints);
 
+// True for the letters, marks and numbers of every script (general categories L*, M* and N*).
+[[nodiscard]] bool isAlphanumeric(char32_t c);
+
 } // namespace keepery::Text

@@ -186,6 +186,54 @@ std::vector<Database::Row> Database::query(const std::string& sql, const std::ve
     return rows;
 }
 
+int Database::Cursor::columnCount() const {
+    return sqlite3_column_count(statement_);
+}
+
+std::string_view Database::Cursor::columnName(int index) const {
+    const char* name = sqlite3_column_name(statement_, index);
+    return name != nullptr ? std::string_view(name) : std::string_view();
+}
+
+Database::Value Database::Cursor::value(int index) const {
+    return column(statement_, index);
+}
+
+std::optional<std::string_view> Database::Cursor::text(int index) const {
+    if (sqlite3_column_type(statement_, index) != SQLITE_TEXT) {
+        return std::nullopt;
+    }
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_, index));
+    return text != nullptr ? std::string_view(text) : std::string_view();
+}
+
+std::optional<std::span<const std::uint8_t>> Database::Cursor::blob(int index) const {
+    if (sqlite3_column_type(statement_, index) != SQLITE_BLOB) {
+        return std::nullopt;
+    }
+    const int bytes = sqlite3_column_bytes(statement_, index);
+    const auto* data = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement_, index));
+    if (bytes < 1 || data == nullptr) {
+        return std::span<const std::uint8_t>();
+    }
+    return std::span<const std::uint8_t>(data, static_cast<std::size_t>(bytes));
+}
+
+void Database::forEachRow(const std::string& sql, const std::vector<Value>& values,
+                          const std::function<void(const Cursor&)>& visit) {
+    Statement statement = prepare(handle_, sql, values);
+    const Cursor cursor(statement.get());
+    int result;
+    while ((result = sqlite3_step(statement.get())) == SQLITE_ROW) {
+        visit(cursor);
+    }
+    if (result != SQLITE_DONE) {
+        std::string message = sqlite3_errmsg(handle_);
+        statement.reset();
+        throw Failure(std::move(message), sql);
+    }
+}
+
 std::int64_t Database::lastInsertRowID() const {
     return sqlite3_last_insert_rowid(handle_);
 }

@@ -3,7 +3,9 @@
 #include <concepts>
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <type_traits>
 #include <unordered_map>
@@ -99,6 +101,31 @@ public:
 
     // Runs the first statement of `sql` and returns its rows in order. Throws Failure.
     [[nodiscard]] std::vector<Row> query(const std::string& sql, const std::vector<Value>& values = {});
+
+    // The current row while forEachRow runs; valid only inside the visitor. Reads by column position.
+    class Cursor {
+    public:
+        [[nodiscard]] int columnCount() const;
+        // The column's name (the alias when the statement gives one).
+        [[nodiscard]] std::string_view columnName(int column) const;
+        // The column's value by its type in this row, read as `query` reads it.
+        [[nodiscard]] Value value(int column) const;
+        // The text up to its first NUL byte, without a copy; absent unless the column holds TEXT.
+        [[nodiscard]] std::optional<std::string_view> text(int column) const;
+        // The bytes without a copy (empty for a zero-length blob); absent unless the column holds a BLOB.
+        [[nodiscard]] std::optional<std::span<const std::uint8_t>> blob(int column) const;
+
+    private:
+        friend class Database;
+        explicit Cursor(sqlite3_stmt* statement) : statement_(statement) {}
+        sqlite3_stmt* statement_;
+    };
+
+    // Runs the first statement of `sql` like `query`, but hands each row to `visit` as SQLite steps to it
+    // instead of gathering rows. Throws Failure when compiling or a step fails (rows already visited stay
+    // visited); an exception from `visit` passes on once the statement is finalized.
+    void forEachRow(const std::string& sql, const std::vector<Value>& values,
+                    const std::function<void(const Cursor&)>& visit);
 
     [[nodiscard]] std::int64_t lastInsertRowID() const;
 

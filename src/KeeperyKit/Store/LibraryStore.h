@@ -2,16 +2,42 @@
 
 #include "Model/Capture.h"
 #include "Store/Database.h"
+#include "Store/FullTextRows.h"
+#include "Store/LibraryFilter.h"
 
+#include <concepts>
+#include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+#include <vector>
 
 namespace keepery {
+
+// A record with the six fields a description stores (the describer's CaptureDescription is one), so that
+// the store does not depend on the layer that makes descriptions.
+template <typename D>
+concept DescriptionRecord = requires(const D& d) {
+    { d.title } -> std::convertible_to<std::string_view>;
+    { d.summary } -> std::convertible_to<std::string_view>;
+    { d.kind } -> std::convertible_to<CaptureKind>;
+    { d.tags } -> std::convertible_to<std::span<const std::string>>;
+    { d.highlights } -> std::convertible_to<std::span<const std::string>>;
+    { d.links } -> std::convertible_to<std::span<const std::string>>;
+};
 
 // The library: one directory holding the SQLite database `library.sqlite` and the image files
 // (`captures/`, `thumbs/`, `media/`). The layout and schema are a storage format shared with the companion
 // app. The store has no lock of its own: one caller at a time (the Library actor, or the server's loop).
+// Other processes may write the same database at any time; what the store remembers between calls (where
+// the full-text rows lie) is checked against their writes before it is used.
 class LibraryStore {
 public:
     static constexpr std::int64_t schemaVersion = 2;
@@ -37,11 +63,164 @@ public:
     [[nodiscard]] std::filesystem::path imageURL(const Capture& capture) const;
     [[nodiscard]] std::optional<std::filesystem::path> originalURL(const Capture& capture) const;
 
+    // Every operation below is synchronous and throws Database::Failure when a statement fails; one marked
+    // "one transaction" then leaves no change behind. An operation on an id that has no row changes nothing
+    // and succeeds. None opens a transaction inside another.
+
+    // --- Captures -------------------------------------------------------------------------------------
+
+    // Inserts the capture's row (its kept fields: never its recognised text, description, tags, collection
+    // or failure, which start empty) with its source word fixed now, and its full-text row. One
+    // transaction. A second insert of an id fails.
+    void insert(const Capture& capture);
+
+    // Stores the recognised text and transcript, moves to stage `read` and clears the failure; refreshes
+    // the full-text row. One transaction.
+    void setRead(const std::string& id, const std::string& ocrText,
+                 const std::optional<std::string>& transcript);
+
+    // The describer's fields as the store takes them.
+    struct Description {
+        std::string_view title;
+        std::string_view summary;
+        CaptureKind kind;
+        std::span<const std::string> tags;
+        std::span<const std::string> highlights;
+        std::span<const std::string> links;
+    };
+
+    // Stores title, summary, kind, highlights and links, replaces the tags, moves to stage `described` and
+    // clears the failure; refreshes the full-text row. One transaction.
+    void setDescribed(const std::string& id, const Description& description);
+    template <DescriptionRecord D>
+    void setDescribed(const std::string& id, const D& description) {
+        setDescribed(id, Description{description.title, description.summary, description.kind,
+                                     description.tags, description.highlights, description.links});
+    }
+
+    // Writes one vector per entry (replacing the capture's vector of that space; other spaces stay), moves
+    // to stage `embedded` and clears the failure. One transaction.
+    void setEmbedding(const std::string& id, const std::string& model,
+                      const std::map<VectorSpace, std::vector<float>>& vectors);
+
+    // Counts one more failed attempt, keeps `error` as the last error and makes the capture due again
+    // `retryAfter` seconds after `now`. The stage stays.
+    void recordFailure(const std::string& id, const std::string& error, double retryAfter, Instant now);
+
+    // Sets the note trimmed of white space and line breaks; an absent or blank note clears it. Refreshes the
+    // full-text row. One transaction.
+    void setNote(const std::string& id, const std::optional<std::string>& note);
+
+    void setFavorite(const std::string& id, bool favorite);
+
+    // Replaces the tags with the distinct non-empty normalised ones; refreshes the full-text row. One
+    // transaction.
+    void setTags(const std::string& id, const std::vector<std::string>& tags);
+
+    // Deletes the capture's rows in every table (one transaction), then, after the commit, its image,
+    // thumbnail, sheet and original files, ignoring every file failure. The collection it was in stays.
+    void deleteCapture(const std::string& id);
+
+    // The capture with this id, or absent.
+    [[nodiscard]] std::optional<Capture> capture(const std::string& id);
+
+    // The captures of the given ids in the order asked; ids without a row are skipped, a repeated id gives
+    // its capture again. An empty list reads nothing.
+    [[nodiscard]] std::vector<Capture> captures(const std::vector<std::string>& ids);
+
+    // At most `limit` captures not yet organized whose next attempt is due at `now`, oldest kept first.
+    [[nodiscard]] std::vector<Capture> pending(Instant now, std::int64_t limit);
+
+    // --- Collections ----------------------------------------------------------------------------------
+
+    // Inserts the collection (its `count` is not stored: listings compute it).
+    void insertCollection(const CaptureCollection& collection);
+
+    // Files the capture in the collection, or in none; stage and failure stay.
+    void moveCapture(const std::string& id, const std::optional<std::string>& collectionID);
+
+    // Files the capture in the collection, or in none, moves it to stage `organized` and clears the failure.
+    void setCollection(const std::string& id, const std::optional<std::string>& collectionID);
+
+    // Sets the collection's update time to now.
+    void touchCollection(const std::string& collectionID);
+
+    // Renames the collection, records the member count at naming and sets its update time to now. A rename
+    // by the user marks it user-named for good; one by the namer never clears that mark.
+    void renameCollection(const std::string& collectionID, const std::string& name, const std::string& emoji,
+                          std::int64_t namedAtCount, bool byUser);
+
+    // Deletes every collection no capture is filed in.
+    void dropEmptyCollections();
+
+    // --- Vectors --------------------------------------------------------------------------------------
+
+    // The capture's vector in `space`, of whichever model made it; absent when there is none.
+    [[nodiscard]] std::optional<std::vector<float>> vector(const std::string& id, VectorSpace space);
+
+    struct StoredVector {
+        std::string id;
+        std::vector<float> vector;
+    };
+    // Every vector of `model` in `space`, in no particular order.
+    [[nodiscard]] std::vector<StoredVector> vectors(const std::string& model, VectorSpace space);
+
+    // --- Listings and counts --------------------------------------------------------------------------
+
+    // At most `limit` captures that pass the filter, newest kept first.
+    [[nodiscard]] std::vector<Capture> captures(const LibraryFilter& filter, std::int64_t limit);
+
+    // Every collection with its current member count (0 included), most recently updated first.
+    [[nodiscard]] std::vector<CaptureCollection> collections();
+
+    // Captures per described kind, largest first (ties in SQLite's order); unknown kinds are skipped.
+    [[nodiscard]] std::vector<std::pair<CaptureKind, std::int64_t>> kindCounts();
+
+    // Captures per media; a media with no captures has no entry.
+    [[nodiscard]] std::unordered_map<CaptureMedia, std::int64_t> mediaCounts();
+
+    // At most `limit` source words of screen captures with their counts, largest first, ties by word.
+    // Photos, videos and empty sources are not counted.
+    [[nodiscard]] std::vector<std::pair<std::string, std::int64_t>> sourceCounts(std::int64_t limit);
+
+    [[nodiscard]] std::int64_t count();
+    // Captures kept at or after `start`.
+    [[nodiscard]] std::int64_t count(Instant start);
+
+    // --- Full-text search -----------------------------------------------------------------------------
+
+    struct TextMatch {
+        std::string id;
+        double rank; // bm25: more negative is better
+    };
+    // At most `limit` captures whose indexed text holds every word of `text` (each as a word prefix), best
+    // first. Text without a searchable word gives an empty list without touching the database.
+    [[nodiscard]] std::vector<TextMatch> textSearch(const std::string& text, std::int64_t limit);
+
+    // The FTS5 query for a person's words: lower-cased, split at everything but letters, marks and numbers
+    // of any script, stop words dropped, each word a quoted prefix term, joined by blanks (all required).
+    // Empty when no word is left. No input yields FTS5 syntax of its own. Pure; any thread.
+    [[nodiscard]] static std::string ftsQuery(std::string_view text);
+
+    // The 26 words never searched for.
+    [[nodiscard]] static const std::unordered_set<std::string_view>& stopwords();
+
+    // A tag as stored: white space, line breaks and "#" removed from both ends, then lower-cased.
+    [[nodiscard]] static std::string normalizedTag(std::string_view tag);
+
 private:
     void migrate();
+    // Runs `body` in one transaction that may refresh full-text rows; a failure forgets where they lie.
+    void indexedTransaction(const std::function<void()>& body);
+    void reindex(const std::string& id);
+    void writeTags(const std::string& id, std::span<const std::string> tags);
+    // The one capture read: the row fetch with its tag list, decoded, in SQLite's order.
+    std::vector<Capture> capturesWhere(const std::string& condition, std::vector<Database::Value> values,
+                                       std::int64_t limit, const std::string& order);
 
     std::filesystem::path root_;
     Database db_;
+    FullTextRows ftsRows_;
 };
 
 } // namespace keepery

@@ -1,0 +1,91 @@
+// Vectors: one per capture and space, stored as BLOBs of little-endian 32-bit IEEE floats with no header.
+#include "Store/LibraryStore.h"
+
+#include <bit>
+#include <cstring>
+#include <limits>
+
+namespace keepery {
+namespace {
+
+static_assert(sizeof(float) == 4 && std::numeric_limits<float>::is_iec559, "vectors are 32-bit IEEE floats");
+
+Database::Blob blob(const std::vector<float>& vector) {
+    Database::Blob bytes(vector.size() * 4);
+    if constexpr (std::endian::native == std::endian::little) {
+        if (!vector.empty()) {
+            std::memcpy(bytes.data(), vector.data(), bytes.size());
+        }
+    } else {
+        for (std::size_t i = 0; i < vector.size(); ++i) {
+            const auto bits = std::bit_cast<std::uint32_t>(vector[i]);
+            for (std::size_t b = 0; b < 4; ++b) {
+                bytes[i * 4 + b] = static_cast<std::uint8_t>(bits >> (8 * b));
+            }
+        }
+    }
+    return bytes;
+}
+
+// As many floats as whole 4-byte groups; a trailing remainder is ignored.
+std::vector<float> floats(std::span<const std::uint8_t> bytes) {
+    std::vector<float> vector(bytes.size() / 4);
+    if constexpr (std::endian::native == std::endian::little) {
+        if (!vector.empty()) {
+            std::memcpy(vector.data(), bytes.data(), vector.size() * 4);
+        }
+    } else {
+        for (std::size_t i = 0; i < vector.size(); ++i) {
+            std::uint32_t bits = 0;
+            for (std::size_t b = 0; b < 4; ++b) {
+                bits |= static_cast<std::uint32_t>(bytes[i * 4 + b]) << (8 * b);
+            }
+            vector[i] = std::bit_cast<float>(bits);
+        }
+    }
+    return vector;
+}
+
+} // namespace
+
+void LibraryStore::setEmbedding(const std::string& id, const std::string& model,
+                                const std::map<VectorSpace, std::vector<float>>& vectors) {
+    db_.transaction([&] {
+        for (const auto& [space, vector] : vectors) {
+            db_.run("INSERT OR REPLACE INTO vectors (capture_id, space, model, dim, vector) VALUES (?, ?, ?, "
+                    "?, ?)",
+                    {id, space.rawValue(), model, static_cast<std::int64_t>(vector.size()), blob(vector)});
+        }
+        db_.run("UPDATE captures SET stage = ?, attempts = 0, last_error = NULL WHERE id = ?",
+                {"embedded", id});
+    });
+}
+
+std::optional<std::vector<float>> LibraryStore::vector(const std::string& id, VectorSpace space) {
+    std::optional<std::vector<float>> found;
+    bool first = true;
+    db_.forEachRow("SELECT vector FROM vectors WHERE capture_id = ? AND space = ?", {id, space.rawValue()},
+                   [&](const Database::Cursor& cursor) {
+                       if (std::exchange(first, false)) {
+                           if (auto bytes = cursor.blob(0)) {
+                               found = floats(*bytes);
+                           }
+                       }
+                   });
+    return found;
+}
+
+std::vector<LibraryStore::StoredVector> LibraryStore::vectors(const std::string& model, VectorSpace space) {
+    std::vector<StoredVector> found;
+    db_.forEachRow("SELECT capture_id, vector FROM vectors WHERE model = ? AND space = ?",
+                   {model, space.rawValue()}, [&](const Database::Cursor& cursor) {
+                       auto id = cursor.text(0);
+                       auto bytes = cursor.blob(1);
+                       if (id && bytes) {
+                           found.push_back(StoredVector{std::string(*id), floats(*bytes)});
+                       }
+                   });
+    return found;
+}
+
+} // namespace keepery

@@ -1,0 +1,184 @@
+#include "Store/LibraryStore.h"
+
+#include "Store/StoreTesting.h"
+
+#include <bit>
+#include <chrono>
+#include <cmath>
+#include <limits>
+
+namespace keepery::testing {
+namespace {
+
+using Collections = StoreTest;
+
+Instant wallClock() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+std::vector<std::string> names(const std::vector<CaptureCollection>& collections) {
+    std::vector<std::string> out;
+    for (const auto& c : collections) {
+        out.push_back(c.name);
+    }
+    return out;
+}
+
+TEST_F(Collections, ListingCountsMembersAndPutsTheLatestUpdateFirst) {
+    store.insertCollection({"old", "Old", "\U0001F4DA", 100, 100, 0, 3, false});
+    store.insertCollection({"new", "New", "\U0001F35C", 200, 300, 0, 0, true});
+    store.insertCollection({"mid", "Mid", "", 150, 200, 0, 0, false});
+    for (const char* id : {"a", "b", "c"}) {
+        store.insert(screen(id, 1));
+        store.setCollection(id, "old");
+    }
+    store.moveCapture("c", "new");
+
+    auto listed = store.collections();
+    ASSERT_EQ(listed.size(), 3u);
+    EXPECT_EQ(names(listed), (std::vector<std::string>{"New", "Mid", "Old"}));
+    EXPECT_EQ(listed[0], (CaptureCollection{"new", "New", "\U0001F35C", 200, 300, 1, 0, true}));
+    EXPECT_EQ(listed[1].count, 0) << "a collection without members is listed with count 0";
+    EXPECT_EQ(listed[2], (CaptureCollection{"old", "Old", "\U0001F4DA", 100, 100, 2, 3, false}));
+
+    // Moving every member away leaves the collection listed, empty, until empty ones are dropped.
+    store.moveCapture("c", std::nullopt);
+    EXPECT_EQ(store.collections()[0].count, 0);
+    store.dropEmptyCollections();
+    EXPECT_EQ(names(store.collections()), std::vector<std::string>{"Old"});
+    EXPECT_EQ(store.capture("a")->collectionID, "old");
+}
+
+TEST_F(Collections, MovingFilesOnlyWhileSettingAlsoFinishesProcessing) {
+    store.insertCollection({"c", "C", "", 1, 1, 0, 0, false});
+    store.insert(screen("a", 1));
+    store.setRead("a", "text", std::nullopt);
+    store.recordFailure("a", "still failing", 60, 100);
+
+    store.moveCapture("a", "c");
+    Capture moved = *store.capture("a");
+    EXPECT_EQ(moved.collectionID, "c");
+    EXPECT_EQ(moved.stage, CaptureStage::read);
+    EXPECT_EQ(moved.lastError, "still failing");
+    EXPECT_EQ(column("a", "attempts").asInt(), 1);
+
+    store.moveCapture("a", std::nullopt);
+    EXPECT_EQ(store.capture("a")->collectionID, std::nullopt);
+    store.setCollection("a", std::nullopt);
+    EXPECT_EQ(store.capture("a")->stage, CaptureStage::organized);
+
+    // Filing into a collection that does not exist breaks the foreign key.
+    EXPECT_THROW(store.moveCapture("a", "nowhere"), Database::Failure);
+}
+
+TEST_F(Collections, RenamesStampTheTimeAndKeepTheUsersMark) {
+    store.insertCollection({"auto", "Untitled", "", 1, 1, 0, 0, false});
+    store.insertCollection({"mine", "Mine", "", 1, 2, 0, 0, false});
+
+    const Instant before = wallClock();
+    store.renameCollection("auto", "Ramen Spots", "\U0001F35C", 4, false);
+    const Instant after = wallClock();
+    auto renamed = store.collections().front();
+    EXPECT_EQ(renamed.id, "auto");
+    EXPECT_EQ(renamed.name, "Ramen Spots");
+    EXPECT_EQ(renamed.emoji, "\U0001F35C");
+    EXPECT_EQ(renamed.namedAtCount, 4);
+    EXPECT_FALSE(renamed.userNamed);
+    EXPECT_GE(renamed.updatedAt, before);
+    EXPECT_LE(renamed.updatedAt, after);
+
+    store.renameCollection("mine", "My Name", "\u2B50", 1, true);
+    EXPECT_TRUE(store.collections().front().userNamed);
+    store.renameCollection("mine", "Namer's Name", "\u2728", 9, false);
+    auto mine = store.collections().front();
+    EXPECT_EQ(mine.name, "Namer's Name");
+    EXPECT_TRUE(mine.userNamed) << "a rename by the namer never clears the user's mark";
+
+    store.touchCollection("auto");
+    EXPECT_EQ(store.collections().front().id, "auto");
+    EXPECT_NO_THROW(store.renameCollection("ghost", "x", "", 0, true));
+}
+
+using Vectors = StoreTest;
+
+std::vector<std::uint32_t> bits(const std::vector<float>& v) {
+    std::vector<std::uint32_t> out;
+    for (float f : v) {
+        out.push_back(std::bit_cast<std::uint32_t>(f));
+    }
+    return out;
+}
+
+TEST_F(Vectors, RoundTripBitForBitAsLittleEndianFloats) {
+    std::vector<float> look(768);
+    for (std::size_t i = 0; i < look.size(); ++i) {
+        look[i] = static_cast<float>(std::sin(static_cast<double>(i) * 0.37)) / 27.7f;
+    }
+    look[0] = 1.0f;
+    look[1] = -0.0f;
+    look[2] = std::numeric_limits<float>::denorm_min();
+    look[3] = std::bit_cast<float>(std::uint32_t{0x7FC01234}); // a NaN with a payload
+    look[4] = -std::numeric_limits<float>::infinity();
+    store.insert(screen("a", 1));
+    store.setEmbedding("a", "nomic-embed-text", {{VectorSpace::look, look}});
+
+    auto rows = raw.query("SELECT dim, vector FROM vectors WHERE capture_id = 'a' AND space = 'look'");
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0].at("dim").asInt(), 768);
+    const auto blob = rows[0].at("vector").asBlob().value();
+    ASSERT_EQ(blob.size(), 3072u);
+    EXPECT_EQ(std::vector<std::uint8_t>(blob.begin(), blob.begin() + 4),
+              (std::vector<std::uint8_t>{0, 0, 0x80, 0x3F}));
+    EXPECT_EQ(std::vector<std::uint8_t>(blob.begin() + 12, blob.begin() + 16),
+              (std::vector<std::uint8_t>{0x34, 0x12, 0xC0, 0x7F}));
+
+    auto read = store.vector("a", VectorSpace::look);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(bits(*read), bits(look));
+    auto all = store.vectors("nomic-embed-text", VectorSpace::look);
+    ASSERT_EQ(all.size(), 1u);
+    EXPECT_EQ(all[0].id, "a");
+    EXPECT_EQ(bits(all[0].vector), bits(look));
+}
+
+TEST_F(Vectors, OneVectorPerSpaceAndModelsKeptApart) {
+    store.insert(screen("a", 1));
+    store.insert(screen("b", 2));
+    store.setEmbedding("a", "old-model", {{VectorSpace::look, {1, 2}}, {VectorSpace::meaning, {3, 4}}});
+    store.setEmbedding("b", "old-model", {{VectorSpace::look, {5, 6}}});
+    // A new look vector replaces the old one; the meaning vector it was not given stays.
+    store.setEmbedding("a", "new-model", {{VectorSpace::look, {7, 8, 9}}});
+
+    EXPECT_EQ(store.vector("a", VectorSpace::look), (std::vector<float>{7, 8, 9}));
+    EXPECT_EQ(store.vector("a", VectorSpace::meaning), (std::vector<float>{3, 4}));
+    EXPECT_EQ(store.vector("b", VectorSpace::meaning), std::nullopt);
+    EXPECT_EQ(rowsNaming("vectors", "capture_id", "a"), 2);
+
+    auto newLooks = store.vectors("new-model", VectorSpace::look);
+    ASSERT_EQ(newLooks.size(), 1u);
+    EXPECT_EQ(newLooks[0].id, "a");
+    auto oldLooks = store.vectors("old-model", VectorSpace::look);
+    ASSERT_EQ(oldLooks.size(), 1u);
+    EXPECT_EQ(oldLooks[0].id, "b");
+    EXPECT_EQ(store.vectors("old-model", VectorSpace::meaning).size(), 1u);
+    EXPECT_TRUE(store.vectors("other", VectorSpace::look).empty());
+}
+
+TEST_F(Vectors, OddBlobsReadAsWholeFloatsOnly) {
+    store.insert(screen("a", 1));
+    store.insert(screen("b", 2));
+    store.insert(screen("c", 3));
+    const Database::Blob tenBytes{0, 0, 0x80, 0x3F, 0, 0, 0, 0x40, 0xAA, 0xBB};
+    raw.run("INSERT INTO vectors VALUES ('a', 'look', 'm', 99, ?)", {tenBytes});
+    raw.run("INSERT INTO vectors VALUES ('b', 'look', 'm', 1, ?)", {Database::Blob{1, 2, 3}});
+    raw.run("INSERT INTO vectors VALUES ('c', 'look', 'm', 1, 'not a blob')");
+
+    EXPECT_EQ(store.vector("a", VectorSpace::look), (std::vector<float>{1, 2})) << "dim is not consulted";
+    EXPECT_EQ(store.vector("b", VectorSpace::look), std::vector<float>{});
+    EXPECT_EQ(store.vector("c", VectorSpace::look), std::nullopt);
+    auto all = store.vectors("m", VectorSpace::look);
+    EXPECT_EQ(all.size(), 2u) << "a row whose vector is not a BLOB is skipped";
+}
+
+} // namespace
+} // namespace keepery::testing

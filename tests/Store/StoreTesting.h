@@ -1,0 +1,78 @@
+#pragma once
+
+#include "Store/Database.h"
+#include "Store/LibraryStore.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace keepery::testing {
+
+// What the describer hands the store, in the shape the store accepts from any description record.
+struct Described {
+    std::string title;
+    std::string summary;
+    CaptureKind kind = CaptureKind::other;
+    std::vector<std::string> tags;
+    std::vector<std::string> highlights;
+    std::vector<std::string> links;
+};
+
+// A store in a fresh library directory, and a second connection to the same file for reading and writing
+// rows behind the store's back.
+class StoreTest : public ::testing::Test {
+protected:
+    StoreTest()
+        : store(directory.path() / "Library"),
+          raw((directory.path() / "Library" / "library.sqlite").string()) {}
+
+    static Capture screen(std::string id, Instant createdAt, std::string app = "Safari",
+                          std::string windowTitle = "Window") {
+        Capture capture;
+        capture.id = std::move(id);
+        capture.createdAt = createdAt;
+        capture.app = std::move(app);
+        capture.windowTitle = std::move(windowTitle);
+        capture.width = 1440;
+        capture.height = 900;
+        return capture;
+    }
+
+    // The full-text row of a capture, absent when there is none; fails the test when there are several.
+    std::optional<Database::Row> ftsRow(const std::string& id) {
+        auto rows = raw.query("SELECT * FROM captures_fts WHERE id = ?", {id});
+        EXPECT_LE(rows.size(), 1u) << "full-text rows of " << id;
+        if (rows.empty()) {
+            return std::nullopt;
+        }
+        return rows.front();
+    }
+
+    std::string ftsColumn(const std::string& id, const std::string& column) {
+        auto row = ftsRow(id);
+        if (!row) {
+            return "<no row>";
+        }
+        return row->at(column).asText().value_or("<not text>");
+    }
+
+    std::int64_t rowsNaming(const std::string& table, const std::string& column, const std::string& id) {
+        auto rows = raw.query("SELECT count(*) AS n FROM " + table + " WHERE " + column + " = ?", {id});
+        return rows.front().at("n").asInt().value_or(-1);
+    }
+
+    Database::Value column(const std::string& id, const std::string& name) {
+        auto rows = raw.query("SELECT " + name + " AS v FROM captures WHERE id = ?", {id});
+        return rows.empty() ? Database::Value::null() : rows.front().at("v");
+    }
+
+    TemporaryDirectory directory;
+    LibraryStore store;
+    Database raw;
+};
+
+} // namespace keepery::testing

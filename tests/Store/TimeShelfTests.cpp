@@ -1,0 +1,102 @@
+#include "Store/TimeShelf.h"
+
+#include "Platform/Calendar.h"
+#include "Store/StoreTesting.h"
+
+#include <gtest/gtest.h>
+
+namespace keepery::testing {
+namespace {
+
+using Weekday = Calendar::Weekday;
+
+TEST(TimeShelf, NamesAndRawValues) {
+    std::vector<std::string_view> titles;
+    for (TimeShelf shelf : TimeShelf::allCases()) {
+        titles.push_back(shelf.title());
+    }
+    EXPECT_EQ(titles, (std::vector<std::string_view>{"Today", "This Week", "This Month"}));
+    EXPECT_EQ(TimeShelf::fromRawValue("thisWeek"), TimeShelf::thisWeek);
+    EXPECT_EQ(TimeShelf::fromRawValue("ThisWeek"), std::nullopt);
+    EXPECT_EQ(TimeShelf(TimeShelf::thisMonth).rawValue(), "thisMonth");
+}
+
+TEST(TimeShelf, WeeksBeginOnTheCalendarsFirstWeekdayInItsTimeZone) {
+    const Calendar mondays("Europe/Berlin", Weekday::monday);
+    const Calendar sundays("Europe/Berlin", Weekday::sunday);
+    // Berlin's clocks went forward at 02:00 on Sunday 31 March 2024, so that Sunday lasted 23 hours.
+    const Instant wednesday = 1712138400; // Wednesday 3 April, 12:00 CEST
+    EXPECT_EQ(TimeShelf(TimeShelf::thisWeek).start(wednesday, mondays), 1711922400) << "Mon 1 Apr 00:00 CEST";
+    EXPECT_EQ(TimeShelf(TimeShelf::thisWeek).start(wednesday, sundays), 1711839600) << "Sun 31 Mar 00:00 CET";
+    EXPECT_EQ(TimeShelf(TimeShelf::today).start(wednesday, mondays), 1712138400 - 12 * 3600);
+    EXPECT_EQ(TimeShelf(TimeShelf::thisMonth).start(wednesday, mondays), 1711922400) << "1 Apr 00:00 CEST";
+    EXPECT_EQ(TimeShelf(TimeShelf::thisMonth).start(1710493200, mondays), 1709247600) << "1 Mar 00:00 CET";
+
+    // The week of Monday 25 March ends one hour short of seven days.
+    const Instant monday = 1711321200;     // 00:00 CET
+    const Instant nextMonday = 1711922400; // 00:00 CEST
+    EXPECT_EQ(TimeShelf(TimeShelf::thisWeek).start(1711879200, mondays), monday) << "Sunday 31 March, noon";
+    EXPECT_EQ(TimeShelf(TimeShelf::thisWeek).start(monday, mondays), monday);
+    EXPECT_EQ(TimeShelf(TimeShelf::thisWeek).start(monday - 1, mondays), monday - 7 * 86400);
+    EXPECT_EQ(TimeShelf(TimeShelf::thisWeek).start(nextMonday - 1, mondays), monday);
+    EXPECT_EQ(TimeShelf(TimeShelf::thisWeek).start(nextMonday, mondays), nextMonday);
+    EXPECT_EQ(TimeShelf(TimeShelf::today).start(nextMonday - 1, mondays), 1711839600);
+
+    // A week runs across the end of the year: Wednesday 1 January 2025 belongs to Monday 30 December.
+    const Calendar utc("UTC", Weekday::monday);
+    EXPECT_EQ(TimeShelf(TimeShelf::thisWeek).start(1735732800, utc), 1735516800);
+    EXPECT_EQ(TimeShelf(TimeShelf::thisMonth).start(1735732800, utc), 1735689600);
+}
+
+TEST(TimeShelf, DaysBeginInTheCalendarsOwnTimeZone) {
+    const Instant instant = 1717210800; // 1 June 2024, 03:00 UTC
+    EXPECT_EQ(TimeShelf(TimeShelf::today).start(instant, Calendar("Asia/Tokyo", Weekday::sunday)),
+              1717167600);
+    EXPECT_EQ(TimeShelf(TimeShelf::today).start(instant, Calendar("America/Los_Angeles", Weekday::sunday)),
+              1717138800)
+        << "still 31 May in Los Angeles";
+    // Santiago skipped midnight on 3 September 2023: that day began at 01:00.
+    const Calendar santiago("America/Santiago", Weekday::monday);
+    EXPECT_EQ(TimeShelf(TimeShelf::today).start(1693753200, santiago), 1693713600);
+    // The Hebrew calendar's month began on 1 Tishrei 5785, 3 October 2024.
+    const Calendar hebrew("UTC", Weekday::sunday, "he_IL@calendar=hebrew");
+    EXPECT_EQ(TimeShelf(TimeShelf::thisMonth).start(1728561600, hebrew), 1727913600);
+}
+
+TEST(TimeShelf, CalendarsRejectUnknownZonesAndUnplaceableInstants) {
+    EXPECT_THROW(Calendar("Mars/Olympus_Mons", Weekday::monday), std::invalid_argument);
+    const Calendar utc("UTC", Weekday::monday);
+    EXPECT_EQ(utc.timeZone(), "UTC");
+    EXPECT_EQ(utc.firstWeekday(), Weekday::monday);
+    EXPECT_EQ(utc.startOfDay(std::numeric_limits<double>::quiet_NaN()), std::nullopt);
+    EXPECT_EQ(TimeShelf(TimeShelf::thisWeek).start(std::numeric_limits<double>::infinity(), utc),
+              std::numeric_limits<double>::infinity())
+        << "an instant no calendar can place is its own start";
+    const Calendar current = Calendar::current();
+    EXPECT_FALSE(current.timeZone().empty());
+    EXPECT_LE(*current.startOfDay(1e9), 1e9);
+}
+
+using Shelves = StoreTest;
+
+TEST_F(Shelves, AShelfListsWhatWasKeptSinceItsStart) {
+    const Calendar utc("UTC", Weekday::monday);
+    const Instant now = 1735732800; // Wednesday 1 January 2025, 12:00 UTC
+    store.insert(screen("this-morning", now - 3600));
+    store.insert(screen("monday", now - 2 * 86400));
+    store.insert(screen("last-week", now - 3 * 86400));
+    auto listed = [&](TimeShelf shelf) {
+        std::vector<std::string> ids;
+        for (const auto& c : store.captures(LibraryFilter::since(shelf.start(now, utc)), 10)) {
+            ids.push_back(c.id);
+        }
+        return ids;
+    };
+    EXPECT_EQ(listed(TimeShelf::today), std::vector<std::string>{"this-morning"});
+    EXPECT_EQ(listed(TimeShelf::thisWeek), (std::vector<std::string>{"this-morning", "monday"}));
+    EXPECT_EQ(listed(TimeShelf::thisMonth), std::vector<std::string>{"this-morning"});
+    EXPECT_EQ(store.count(TimeShelf(TimeShelf::thisWeek).start(now, utc)), 2);
+}
+
+} // namespace
+} // namespace keepery::testing
