@@ -36,7 +36,10 @@ TEST(Regex, ReplacesEveryMatchLiterally) {
 TEST(Regex, EscapedTextMatchesOnlyItself) {
     for (const std::string literal :
          {"a.b", "c++", "(x|y)", "[a-z]*", "\\E\\Q", "$^?{2}", "caf\u00E9", "#1 - / ~"}) {
-        const Regex exact("^" + Regex::escaped(literal) + "$");
+        std::string pattern = "^";
+        pattern += Regex::escaped(literal);
+        pattern += "$";
+        const Regex exact(pattern);
         EXPECT_TRUE(exact.firstMatch(literal)) << literal;
     }
     EXPECT_FALSE(Regex(Regex::escaped("a.b")).firstMatch("axb"));

@@ -66,7 +66,7 @@ TEST(EmbeddingText, MeaningIsTitleTopicsAndNote) {
     Capture capture;
     capture.title = "B";
     capture.tags = {"x", "y"};
-    capture.note = "N";
+    capture.note.emplace("N");
     EXPECT_EQ(EmbeddingText::meaning(capture), "title: none | text: B. Topics: x, y. N");
 
     capture.tags.clear();
