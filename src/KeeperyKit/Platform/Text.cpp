@@ -186,9 +186,60 @@ std::string utf8(std::u32string_view points) {
     return out;
 }
 
+std::vector<std::string> characters(std::string_view text) {
+    std::vector<std::string> out;
+    if (text.empty()) {
+        return out;
+    }
+    const icu::UnicodeString u = unicode(text);
+    icu::BreakIterator& breaks = characterBreaks();
+    breaks.setText(u);
+    int32_t start = breaks.first();
+    for (int32_t end = breaks.next(); end != icu::BreakIterator::DONE; start = end, end = breaks.next()) {
+        out.push_back(utf8(icu::UnicodeString(u, start, end - start)));
+    }
+    return out;
+}
+
+std::string trimWhitespaceAndNewlines(std::string_view text, std::u32string_view alsoTrim) {
+    return trimmed(text, [alsoTrim](char32_t c) {
+        return isWhitespaceOrNewline(c) || alsoTrim.find(c) != std::u32string_view::npos;
+    });
+}
+
 bool isAlphanumeric(char32_t c) {
-    constexpr uint32_t letters = U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK;
-    return (U_GET_GC_MASK(static_cast<UChar32>(c)) & letters) != 0;
+    return (U_GET_GC_MASK(static_cast<UChar32>(c)) & (U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK)) != 0;
+}
+
+std::string alphanumerics(std::string_view text) {
+    std::u32string points = codePoints(text);
+    std::erase_if(points, [](char32_t c) { return !isAlphanumeric(c); });
+    return utf8(points);
+}
+
+std::string uppercased(std::string_view text) {
+    icu::UnicodeString u = unicode(text);
+    u.toUpper(icu::Locale::getRoot());
+    return utf8(u);
+}
+
+std::string uppercasingFirstCharacter(std::string_view text) {
+    icu::UnicodeString u = unicode(text);
+    const int32_t end = clusterBoundary(u, 1, nullptr);
+    if (end < 0) {
+        return uppercased(text);
+    }
+    icu::UnicodeString first(u, 0, end);
+    first.toUpper(icu::Locale::getRoot());
+    return utf8(first) + utf8(icu::UnicodeString(u, end));
+}
+
+bool isEmojiPresentation(char32_t c) {
+    return u_hasBinaryProperty(static_cast<UChar32>(c), UCHAR_EMOJI_PRESENTATION);
+}
+
+bool isRegionalIndicator(char32_t c) {
+    return c >= 0x1F1E6 && c <= 0x1F1FF;
 }
 
 } // namespace keepery::Text

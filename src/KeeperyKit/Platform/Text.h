@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // Unicode text rules shared by the whole engine, over ICU. Every text is UTF-8; every count and cut is in
 // user-perceived characters (extended grapheme clusters), never bytes. All functions are pure and may be
@@ -44,7 +45,28 @@ namespace keepery::Text {
 // UTF-8 for the given code points.
 [[nodiscard]] std::string utf8(std::u32string_view codePoints);
 
-// True for the letters, marks and numbers of every script (general categories L*, M* and N*).
+// The grapheme clusters of `text`, in order, each as UTF-8.
+[[nodiscard]] std::vector<std::string> characters(std::string_view text);
+
+// `text` without the characters of `alsoTrim` nor white space and line breaks at both ends.
+[[nodiscard]] std::string trimWhitespaceAndNewlines(std::string_view text, std::u32string_view alsoTrim);
+
+// True for Unicode letters, marks and numbers (general categories L*, M* and N*).
 [[nodiscard]] bool isAlphanumeric(char32_t c);
+
+// The code points of `text` for which isAlphanumeric holds, in order, as UTF-8.
+[[nodiscard]] std::string alphanumerics(std::string_view text);
+
+// Unicode's full, locale-independent upper-case mapping ("ß" becomes "SS").
+[[nodiscard]] std::string uppercased(std::string_view text);
+
+// `text` with its first grapheme cluster upper-cased (full mapping) and the rest unchanged.
+[[nodiscard]] std::string uppercasingFirstCharacter(std::string_view text);
+
+// True for code points with the Emoji_Presentation property (shown as emoji without a variation selector).
+[[nodiscard]] bool isEmojiPresentation(char32_t c);
+
+// True for the regional indicator symbols U+1F1E6 to U+1F1FF, two of which make a flag.
+[[nodiscard]] bool isRegionalIndicator(char32_t c);
 
 } // namespace keepery::Text

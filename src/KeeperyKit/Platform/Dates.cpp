@@ -1,0 +1,57 @@
+#include "Platform/Dates.h"
+
+#include <memory>
+#include <unicode/datefmt.h>
+#include <unicode/locid.h>
+#include <unicode/timezone.h>
+
+namespace keepery::Dates {
+namespace {
+
+icu::DateFormat::EStyle icuStyle(Style style) {
+    switch (style) {
+    case Style::none:
+        return icu::DateFormat::kNone;
+    case Style::shortStyle:
+        return icu::DateFormat::kShort;
+    case Style::medium:
+        return icu::DateFormat::kMedium;
+    case Style::longStyle:
+        return icu::DateFormat::kLong;
+    case Style::full:
+        return icu::DateFormat::kFull;
+    }
+    return icu::DateFormat::kNone;
+}
+
+} // namespace
+
+std::string format(double instant, Style date, Style time, std::string_view locale,
+                   std::string_view timeZone) {
+    const icu::Locale where =
+        locale.empty() ? icu::Locale::getDefault() : icu::Locale(std::string(locale).c_str());
+    std::unique_ptr<icu::DateFormat> formatter(
+        icu::DateFormat::createDateTimeInstance(icuStyle(date), icuStyle(time), where));
+    if (!formatter) {
+        return {};
+    }
+    if (!timeZone.empty()) {
+        formatter->adoptTimeZone(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(
+            icu::StringPiece(timeZone.data(), static_cast<int32_t>(timeZone.size())))));
+    }
+    icu::UnicodeString out;
+    formatter->format(static_cast<UDate>(instant * 1000.0), out);
+    std::string text;
+    out.toUTF8String(text);
+    return text;
+}
+
+std::string longDateShortTime(double instant) {
+    return format(instant, Style::longStyle, Style::shortStyle);
+}
+
+std::string mediumDateShortTime(double instant) {
+    return format(instant, Style::medium, Style::shortStyle);
+}
+
+} // namespace keepery::Dates

@@ -1,0 +1,98 @@
+#include "Platform/Regex.h"
+
+#include <unicode/regex.h>
+#include <unicode/unistr.h>
+#include <unicode/utypes.h>
+
+namespace keepery {
+namespace {
+
+icu::UnicodeString unicode(std::string_view text) {
+    return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+}
+
+std::string utf8(const icu::UnicodeString& text, int32_t start, int32_t end) {
+    std::string out;
+    icu::UnicodeString(text, start, end - start).toUTF8String(out);
+    return out;
+}
+
+} // namespace
+
+struct Regex::Compiled {
+    std::unique_ptr<icu::RegexPattern> pattern;
+};
+
+Regex::Regex(std::string_view pattern) : compiled_(std::make_unique<Compiled>()) {
+    UParseError where{};
+    UErrorCode status = U_ZERO_ERROR;
+    compiled_->pattern.reset(icu::RegexPattern::compile(unicode(pattern), 0, where, status));
+    if (U_FAILURE(status) || !compiled_->pattern) {
+        throw InvalidPattern(std::string("invalid regular expression (") + u_errorName(status) +
+                             "): " + std::string(pattern));
+    }
+}
+
+Regex::~Regex() = default;
+Regex::Regex(Regex&&) noexcept = default;
+Regex& Regex::operator=(Regex&&) noexcept = default;
+
+std::optional<Regex::Match> Regex::firstMatch(std::string_view text) const {
+    const icu::UnicodeString subject = unicode(text);
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::RegexMatcher> matcher(compiled_->pattern->matcher(subject, status));
+    if (U_FAILURE(status) || !matcher->find(status) || U_FAILURE(status)) {
+        return std::nullopt;
+    }
+    const int32_t start = matcher->start(status);
+    const int32_t end = matcher->end(status);
+    if (U_FAILURE(status)) {
+        return std::nullopt;
+    }
+    return Match{utf8(subject, 0, start), utf8(subject, start, end), utf8(subject, end, subject.length())};
+}
+
+std::string Regex::replacingAll(std::string_view text, std::string_view replacement) const {
+    const icu::UnicodeString subject = unicode(text);
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::RegexMatcher> matcher(compiled_->pattern->matcher(subject, status));
+    if (U_FAILURE(status)) {
+        return std::string(text);
+    }
+    // ICU reads "$" and "\" in a replacement as group references and escapes; quote them.
+    icu::UnicodeString literal;
+    const icu::UnicodeString raw = unicode(replacement);
+    for (int32_t i = 0; i < raw.length(); ++i) {
+        const char16_t c = raw.charAt(i);
+        if (c == u'$' || c == u'\\') {
+            literal.append(u'\\');
+        }
+        literal.append(c);
+    }
+    const icu::UnicodeString result = matcher->replaceAll(literal, status);
+    if (U_FAILURE(status)) {
+        return std::string(text);
+    }
+    std::string out;
+    result.toUTF8String(out);
+    return out;
+}
+
+std::string Regex::escaped(std::string_view literal) {
+    std::string out;
+    out.reserve(literal.size() * 2);
+    for (char c : literal) {
+        const auto byte = static_cast<unsigned char>(c);
+        // Only ASCII punctuation and symbols carry meaning; letters, digits and every non-ASCII byte
+        // (the parts of multi-byte characters) stand for themselves.
+        const bool meaningful = byte < 0x80 && !((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                                                 (c >= '0' && c <= '9') || c == '_' || byte < 0x21);
+        if (meaningful) {
+            out.push_back('\\');
+        }
+        out.push_back(c);
+    }
+    return out;
+}
+
+} // namespace keepery

@@ -1,0 +1,122 @@
+#include "Organizing/CollectionNamer.h"
+
+#include "Model/Capture.h"
+#include "support/FakeModelService.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+using namespace keepery;
+using keepery::testing::FakeModelService;
+
+namespace {
+
+const std::string ending = "\n\nName the collection they form. Answer with JSON only:\n"
+                           "{\"name\": \"2 to 4 words, title case, specific (not 'Miscellaneous' or "
+                           "'Screenshots')\",\n \"emoji\": \"one emoji that fits\"}";
+
+Capture titled(std::string title, std::optional<std::string> summary, std::vector<std::string> tags = {}) {
+    Capture capture;
+    capture.title = std::move(title);
+    capture.summary = std::move(summary);
+    capture.tags = std::move(tags);
+    return capture;
+}
+
+std::string emojiOf(const std::string& value) {
+    return CollectionNamer::parse(nlohmann::json{{"name", "x"}, {"emoji", value}}.dump()).emoji;
+}
+
+} // namespace
+
+TEST(CollectionNamerPrompt, ListsTheFirstTwelveItems) {
+    Capture inbox;
+    inbox.windowTitle = "Inbox";
+    inbox.summary = "Mail from Ana.";
+    const std::vector<Capture> two{titled("Espresso", "S", {"coffee", "italy"}), inbox};
+    EXPECT_EQ(CollectionNamer::prompt(two), "These items were saved together in a personal library:\n"
+                                            "- Espresso: S [coffee, italy]\n"
+                                            "- Inbox: Mail from Ana." +
+                                                ending);
+
+    EXPECT_EQ(CollectionNamer::prompt({}),
+              "These items were saved together in a personal library:\n" + ending);
+    EXPECT_EQ(CollectionNamer::prompt(std::vector<Capture>{titled(" Raw ", std::nullopt, {"t"})}),
+              "These items were saved together in a personal library:\n-  Raw :  [t]" + ending)
+        << "nothing is trimmed; no summary leaves the tag part right after ': '";
+
+    std::vector<Capture> twenty;
+    for (int i = 0; i < 20; ++i) {
+        twenty.push_back(titled("Item " + std::to_string(i), "s"));
+    }
+    const std::string prompt = CollectionNamer::prompt(twenty);
+    EXPECT_NE(prompt.find("- Item 11: s"), std::string::npos);
+    EXPECT_EQ(prompt.find("- Item 12"), std::string::npos);
+    std::size_t lines = 0;
+    for (std::size_t at = prompt.find("\n- "); at != std::string::npos; at = prompt.find("\n- ", at + 1)) {
+        ++lines;
+    }
+    EXPECT_EQ(lines, 12u);
+}
+
+TEST(CollectionNamerParse, NameIsCleanedCutOrUntitled) {
+    EXPECT_EQ(CollectionNamer::parse("Sure: {\"name\": \"Coffee Gear\", \"emoji\": \"\u2615\"} Enjoy!"),
+              (CollectionNamer::Naming{"Coffee Gear", "\u2615"}));
+    EXPECT_EQ(
+        CollectionNamer::parse("{\"name\": \"Coffee and Tea Gear Collection Extraordinaire For The Kitchen "
+                               "Counter\"}")
+            .name,
+        "Coffee and Tea Gear Collection Extraord\u2026");
+    EXPECT_EQ(CollectionNamer::parse("{\"name\": \"  \\\" \\\"  \"}").name, "Untitled collection");
+    EXPECT_EQ(CollectionNamer::parse("{\"name\": \"weeknight  dinners\\n\"}").name, "weeknight dinners")
+        << "the model's casing stays";
+    EXPECT_EQ(CollectionNamer::parse("{\"name\": 7}").name, "Untitled collection");
+    EXPECT_EQ(CollectionNamer::parse("I would call it Coffee."),
+              (CollectionNamer::Naming{"Untitled collection", "\U0001F4C1"}));
+    EXPECT_EQ(CollectionNamer::parse("[\"Coffee\"]"),
+              (CollectionNamer::Naming{"Untitled collection", "\U0001F4C1"}));
+}
+
+TEST(CollectionNamerParse, EmojiIsTheFirstCharacterThatShowsAsOne) {
+    EXPECT_EQ(emojiOf("coffee \u2615"), "\u2615");
+    EXPECT_EQ(emojiOf("\u2764\uFE0F"), "\u2764\uFE0F") << "a heart with its variation selector";
+    EXPECT_EQ(emojiOf("\u2764"), "\U0001F4C1") << "a bare heart is text";
+    EXPECT_EQ(emojiOf("\U0001F1EE\U0001F1F9"), "\U0001F1EE\U0001F1F9") << "the Italian flag";
+    EXPECT_EQ(emojiOf("1"), "\U0001F4C1");
+    EXPECT_EQ(emojiOf("#"), "\U0001F4C1");
+    EXPECT_EQ(emojiOf("1\uFE0F\u20E3"), "1\uFE0F\u20E3") << "a keycap with U+FE0F";
+    EXPECT_EQ(emojiOf("1\u20E3"), "\U0001F4C1") << "a keycap without it";
+    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467";
+    EXPECT_EQ(emojiOf("fam " + family + " \u2615"), family) << "a ZWJ sequence is one character";
+    EXPECT_EQ(emojiOf("\U0001F44D\U0001F3FD"), "\U0001F44D\U0001F3FD") << "with its skin tone";
+    EXPECT_EQ(emojiOf(""), "\U0001F4C1");
+    EXPECT_EQ(CollectionNamer::parse("{\"name\": \"x\", \"emoji\": 9749}").emoji, "\U0001F4C1");
+    EXPECT_EQ(CollectionNamer::parse("{\"name\": \"x\"}").emoji, "\U0001F4C1");
+    EXPECT_TRUE(CollectionNamer::isEmoji("\U0001F1EE"))
+        << "regional indicators have Emoji_Presentation themselves";
+    EXPECT_FALSE(CollectionNamer::isEmoji("a"));
+}
+
+TEST(CollectionNamer, NamesThroughTheModelService) {
+    FakeModelService service;
+    const CollectionNamer namer(OllamaClient(service.host()), "qwen3.5:2b-q4_K_M");
+    service.answerNext("{\"name\": \"Home Espresso\", \"emoji\": \"\u2615\"}");
+    const std::vector<Capture> captures{titled("Espresso", "How to pull a shot.", {"coffee"})};
+    EXPECT_EQ(namer.name(captures), (CollectionNamer::Naming{"Home Espresso", "\u2615"}));
+
+    const auto body = nlohmann::json::parse(service.requests("/api/generate").at(0).body);
+    EXPECT_EQ(body["model"], "qwen3.5:2b-q4_K_M");
+    EXPECT_EQ(body["prompt"], CollectionNamer::prompt(captures));
+    EXPECT_EQ(body["format"], "json");
+    EXPECT_EQ(body["options"]["num_predict"], 80);
+    EXPECT_FALSE(body.contains("system"));
+    EXPECT_FALSE(body.contains("images"));
+
+    service.failWith("/api/generate", FakeModelService::Reply::json(200, "{\"done\": true}"));
+    try {
+        (void)namer.name(captures);
+        FAIL() << "no failure";
+    } catch (const OllamaClient::Failure& failure) {
+        EXPECT_EQ(failure, OllamaClient::Failure::badReply("no response text"));
+    }
+}

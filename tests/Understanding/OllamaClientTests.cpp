@@ -1,0 +1,340 @@
+#include "Understanding/OllamaClient.h"
+
+#include "support/FakeModelService.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+using namespace keepery;
+using keepery::testing::FakeModelService;
+using nlohmann::json;
+using Kind = OllamaClient::Failure::Kind;
+
+namespace {
+
+// Runs `operation` and returns the Failure it throws; fails the test when it throws nothing.
+template <typename Operation>
+OllamaClient::Failure failureOf(Operation operation) {
+    try {
+        operation();
+    } catch (const OllamaClient::Failure& failure) {
+        return failure;
+    }
+    ADD_FAILURE() << "no OllamaClient::Failure was thrown";
+    return OllamaClient::Failure::badReply("(none)");
+}
+
+std::vector<std::uint8_t> bytes(std::string_view text) {
+    return {text.begin(), text.end()};
+}
+
+json lastBody(const FakeModelService& service, std::string_view path) {
+    const auto requests = service.requests(path);
+    if (requests.empty()) {
+        ADD_FAILURE() << "no request to " << path;
+        return json();
+    }
+    return json::parse(requests.back().body);
+}
+
+std::vector<std::string> keysOf(const json& object) {
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : object.items()) {
+        keys.push_back(key);
+    }
+    return keys;
+}
+
+OllamaClient::GenerateRequest plainGenerate() {
+    return {.model = "qwen3.5:4b", .prompt = "Say hi", .maxTokens = 80, .timeout = 10};
+}
+
+} // namespace
+
+TEST(OllamaClientFailure, TextFormsAndEquality) {
+    EXPECT_EQ(OllamaClient::Failure::unreachable("Could not connect").description(),
+              "Ollama is not reachable (Could not connect)");
+    EXPECT_EQ(OllamaClient::Failure::server(404, "model 'x' not found").description(),
+              "Ollama answered 404: model 'x' not found");
+    EXPECT_EQ(OllamaClient::Failure::badReply("no version").description(),
+              "Unexpected reply from Ollama: no version");
+    EXPECT_STREQ(OllamaClient::Failure::server(500, "boom").what(), "Ollama answered 500: boom");
+
+    EXPECT_EQ(OllamaClient::Failure::server(404, "a"), OllamaClient::Failure::server(404, "a"));
+    EXPECT_NE(OllamaClient::Failure::server(404, "a"), OllamaClient::Failure::server(500, "a"));
+    EXPECT_NE(OllamaClient::Failure::badReply("a"), OllamaClient::Failure::unreachable("a"));
+}
+
+TEST(OllamaClient, AsksForTheVersionAndTheInstalledModels) {
+    FakeModelService service;
+    service.setVersion("0.41.2");
+    const OllamaClient client(service.host());
+    EXPECT_EQ(client.version(), "0.41.2");
+
+    const auto versionRequest = service.requests("/api/version").at(0);
+    EXPECT_EQ(versionRequest.method, "GET");
+    EXPECT_FALSE(versionRequest.hasContentType) << "a request without a body sets no content type";
+    EXPECT_TRUE(versionRequest.body.empty());
+
+    service.failWith("/api/tags",
+                     FakeModelService::Reply::json(
+                         200, R"({"models":[{"name":"a:latest"},{"model":"b"},{"name":"c:2b"}]})"));
+    EXPECT_EQ(client.models(), (std::vector<std::string>{"a:latest", "c:2b"}));
+    EXPECT_EQ(service.requests("/api/tags").at(0).method, "GET");
+
+    service.failWith("/api/tags", FakeModelService::Reply::json(200, "{}"));
+    EXPECT_TRUE(client.models().empty());
+    service.failWith("/api/tags", FakeModelService::Reply::json(200, R"({"models":"none"})"));
+    EXPECT_TRUE(client.models().empty());
+    service.failWith("/api/tags", FakeModelService::Reply::json(200, R"({"models":[{"name":"a"},7]})"));
+    EXPECT_TRUE(client.models().empty()) << "a list holding anything but objects is not a list of models";
+
+    service.failWith("/api/version", FakeModelService::Reply::json(200, R"({"version":41})"));
+    EXPECT_EQ(failureOf([&] { (void)client.version(); }), OllamaClient::Failure::badReply("no version"));
+}
+
+TEST(OllamaClient, ErrorStatusesBecomeServerFailures) {
+    FakeModelService service;
+    const OllamaClient client(service.host());
+
+    service.failWith("/api/version", FakeModelService::Reply::error(404, "model 'qwen3.5:4b' not found"));
+    auto failure = failureOf([&] { (void)client.version(); });
+    EXPECT_EQ(failure, OllamaClient::Failure::server(404, "model 'qwen3.5:4b' not found"));
+    EXPECT_EQ(failure.description(), "Ollama answered 404: model 'qwen3.5:4b' not found");
+
+    // Without an "error" text, the message is the start of the body.
+    const auto page = FakeModelService::Reply::html(500, 1000);
+    service.failWith("/api/version", page);
+    failure = failureOf([&] { (void)client.version(); });
+    EXPECT_EQ(failure.kind(), Kind::server);
+    EXPECT_EQ(failure.status(), 500);
+    EXPECT_EQ(failure.message(), page.body.substr(0, 200));
+
+    service.failWith("/api/version", FakeModelService::Reply::json(503, R"({"error":{"code":1}})"));
+    EXPECT_EQ(failureOf([&] { (void)client.version(); }),
+              OllamaClient::Failure::server(503, R"({"error":{"code":1}})"));
+
+    // A character cut by the 200-byte limit becomes U+FFFD.
+    service.failWith("/api/version",
+                     FakeModelService::Reply::text(502, std::string(199, 'x') + "\u00E9tait"));
+    EXPECT_EQ(failureOf([&] { (void)client.version(); }).message(), std::string(199, 'x') + "\uFFFD");
+
+    service.failWith("/api/version", FakeModelService::Reply::empty(500));
+    EXPECT_EQ(failureOf([&] { (void)client.version(); }), OllamaClient::Failure::server(500, ""));
+}
+
+TEST(OllamaClient, SuccessWithoutAnObjectIsABadReply) {
+    FakeModelService service;
+    const OllamaClient client(service.host());
+    const auto notAnObject = OllamaClient::Failure::badReply("not a JSON object");
+
+    service.failWith("/api/version", FakeModelService::Reply::json(200, R"(["0.41.0"])"));
+    EXPECT_EQ(failureOf([&] { (void)client.version(); }), notAnObject);
+    service.failWith("/api/version", FakeModelService::Reply::text(200, "0.41.0 at your service"));
+    EXPECT_EQ(failureOf([&] { (void)client.version(); }), notAnObject);
+    service.failWith("/api/version", FakeModelService::Reply::empty(204));
+    EXPECT_EQ(failureOf([&] { (void)client.version(); }), notAnObject);
+    service.failWith("/api/generate", FakeModelService::Reply::json(200, "\"just a string\""));
+    EXPECT_EQ(failureOf([&] { (void)client.generate(plainGenerate()); }), notAnObject);
+}
+
+TEST(OllamaClient, AnAbsentOrSilentServiceIsUnreachable) {
+    FakeModelService service;
+    OllamaClient client(service.host());
+
+    service.stall("/api/generate", 5);
+    auto request = plainGenerate();
+    request.timeout = 0.3;
+    auto failure = failureOf([&] { (void)client.generate(request); });
+    EXPECT_EQ(failure.kind(), Kind::unreachable);
+    EXPECT_EQ(failure.message(), "The request timed out.");
+
+    service.refuseConnections();
+    failure = failureOf([&] { (void)client.version(); });
+    EXPECT_EQ(failure.kind(), Kind::unreachable);
+    EXPECT_TRUE(failure.description().starts_with("Ollama is not reachable (")) << failure.description();
+    EXPECT_TRUE(failure.description().ends_with(")"));
+    EXPECT_GT(failure.message().size(), 0u);
+
+    client.setHost("gopher://127.0.0.1:70");
+    EXPECT_EQ(failureOf([&] { (void)client.models(); }).kind(), Kind::unreachable);
+}
+
+TEST(OllamaClient, FindsModelsWithAndWithoutATag) {
+    const std::vector<std::string> installed{"qwen3.5:latest", "embeddinggemma-2:440m", "plain"};
+    EXPECT_TRUE(OllamaClient::has("qwen3.5", installed)) << "found under its :latest form";
+    EXPECT_TRUE(OllamaClient::has("plain", installed)) << "found as given";
+    EXPECT_TRUE(OllamaClient::has("embeddinggemma-2:440m", installed));
+    EXPECT_FALSE(OllamaClient::has("embeddinggemma-2", installed))
+        << "another tag of the model is not enough";
+    EXPECT_FALSE(OllamaClient::has("plain:latest", installed)) << "a tagged name is found only as given";
+    EXPECT_FALSE(OllamaClient::has("Qwen3.5", installed)) << "comparison is exact";
+    EXPECT_FALSE(OllamaClient::has("qwen3.5", {}));
+}
+
+TEST(OllamaClient, GenerateSendsTheDocumentedBody) {
+    FakeModelService service;
+    const OllamaClient client(service.host());
+    service.answerNext("  Hello there.\n");
+    EXPECT_EQ(client.generate(plainGenerate()), "  Hello there.\n") << "the response comes back untrimmed";
+
+    const auto sent = service.requests("/api/generate").at(0);
+    EXPECT_EQ(sent.method, "POST");
+    EXPECT_EQ(sent.contentType, "application/json");
+    EXPECT_EQ(sent.body.find('\n'), std::string::npos) << "compact JSON";
+    const json body = json::parse(sent.body);
+    EXPECT_EQ(keysOf(body),
+              (std::vector<std::string>{"keep_alive", "model", "options", "prompt", "stream", "think"}));
+    EXPECT_EQ(body["model"], "qwen3.5:4b");
+    EXPECT_EQ(body["prompt"], "Say hi");
+    EXPECT_EQ(body["stream"], false);
+    EXPECT_EQ(body["think"], false);
+    EXPECT_EQ(body["keep_alive"], "10m");
+    EXPECT_EQ(body["options"], json::parse(R"({"temperature":0.2,"num_predict":80,"num_ctx":8192})"));
+    EXPECT_TRUE(body["options"]["num_predict"].is_number_integer());
+
+    const auto png = bytes("hello");
+    const std::vector<std::uint8_t> high{0xFB, 0xFF, 0xFE};
+    const std::vector<std::uint8_t> two{'a', 'b'};
+    auto full = plainGenerate();
+    full.system = "You file screenshots.";
+    full.images = {png, high, two};
+    full.json = true;
+    full.maxTokens = 700;
+    (void)client.generate(full);
+    const json fullBody = lastBody(service, "/api/generate");
+    EXPECT_EQ(keysOf(fullBody), (std::vector<std::string>{"format", "images", "keep_alive", "model",
+                                                          "options", "prompt", "stream", "system", "think"}));
+    EXPECT_EQ(fullBody["system"], "You file screenshots.");
+    EXPECT_EQ(fullBody["format"], "json");
+    EXPECT_EQ(fullBody["images"], json::parse(R"(["aGVsbG8=", "+//+", "YWI="])"))
+        << "standard base64, in order";
+    EXPECT_EQ(fullBody["options"]["num_predict"], 700);
+
+    // An empty system text is still a system text.
+    auto emptySystem = plainGenerate();
+    emptySystem.system = "";
+    (void)client.generate(emptySystem);
+    EXPECT_EQ(lastBody(service, "/api/generate")["system"], "");
+
+    service.failWith("/api/generate", FakeModelService::Reply::json(200, R"({"done":true})"));
+    EXPECT_EQ(failureOf([&] { (void)client.generate(plainGenerate()); }),
+              OllamaClient::Failure::badReply("no response text"));
+}
+
+TEST(OllamaClient, EmbedSendsEachInputInItsShapeAndScalesTheVectors) {
+    FakeModelService service;
+    const OllamaClient client(service.host());
+    const auto image = bytes("png!");
+    const std::vector<OllamaClient::EmbedInput> inputs{
+        {.text = "espresso"}, {.image = image}, {.text = "latte", .image = image}, {}};
+    const auto vectors = client.embed("embeddinggemma-2:440m", inputs, 60);
+
+    const auto sent = service.requests("/api/embed").at(0);
+    EXPECT_EQ(sent.contentType, "application/json");
+    const json body = json::parse(sent.body);
+    EXPECT_EQ(keysOf(body), (std::vector<std::string>{"input", "keep_alive", "model"}));
+    EXPECT_EQ(body["model"], "embeddinggemma-2:440m");
+    EXPECT_EQ(body["keep_alive"], "10m");
+    EXPECT_EQ(body["input"],
+              json::parse(R"(["espresso", {"image":"cG5nIQ=="}, {"text":"latte","image":"cG5nIQ=="}, {}])"));
+
+    ASSERT_EQ(vectors.size(), 4u);
+    for (const auto& vector : vectors) {
+        ASSERT_EQ(vector.size(), 768u);
+        double squares = 0;
+        for (float x : vector) {
+            squares += double{x} * x;
+        }
+        EXPECT_NEAR(squares, 1.0, 1e-5);
+    }
+
+    service.setEmbedding("three four", {3, 4});
+    service.setEmbedding("zero", {0, 0});
+    const std::vector<OllamaClient::EmbedInput> pair{{.text = "three four"}, {.text = "zero"}};
+    EXPECT_EQ(client.embed("m", pair, 60), (std::vector<std::vector<float>>{{0.6f, 0.8f}, {0.0f, 0.0f}}));
+
+    EXPECT_TRUE(client.embed("m", {}, 60).empty());
+    EXPECT_EQ(lastBody(service, "/api/embed")["input"], json::array());
+}
+
+TEST(OllamaClient, EmbedWantsOneListOfNumbersPerInput) {
+    FakeModelService service;
+    const OllamaClient client(service.host());
+    const std::vector<OllamaClient::EmbedInput> two{{.text = "a"}, {.text = "b"}};
+    const auto expectedTwo = OllamaClient::Failure::badReply("expected 2 embeddings");
+
+    service.failWith("/api/embed", FakeModelService::Reply::json(200, R"({"embeddings":[[1,0]]})"));
+    const auto failure = failureOf([&] { (void)client.embed("m", two, 60); });
+    EXPECT_EQ(failure, expectedTwo);
+    EXPECT_EQ(failure.description(), "Unexpected reply from Ollama: expected 2 embeddings");
+
+    for (const char* reply : {R"({})", R"({"embeddings":"no"})", R"({"embeddings":[[1,0],"x"]})",
+                              R"({"embeddings":[[1,0],[1,"0"]]})", R"({"embeddings":[[1,0],[1,0],[1,0]]})"}) {
+        service.failWith("/api/embed", FakeModelService::Reply::json(200, reply));
+        EXPECT_EQ(failureOf([&] { (void)client.embed("m", two, 60); }), expectedTwo) << reply;
+    }
+    service.failWith("/api/embed", FakeModelService::Reply::json(200, R"({"embeddings":[[1.5e300,0],[]]})"));
+    const auto odd = client.embed("m", two, 60);
+    EXPECT_EQ(odd.size(), 2u);
+    EXPECT_TRUE(odd[1].empty()) << "an empty vector stays empty";
+}
+
+TEST(OllamaClient, PullReportsProgressLineByLine) {
+    FakeModelService service;
+    const OllamaClient client(service.host());
+    service.setPullLines({R"({"status":"pulling manifest"})",
+                          R"({"status":"pulling 1a2b","completed":10,"total":100})", "not json at all",
+                          "[1,2]", R"({"status":"success","completed":"many","total":2.9})"});
+    std::vector<std::tuple<std::int64_t, std::int64_t, std::string>> seen;
+    client.pull("qwen3.5:4b", [&](std::int64_t completed, std::int64_t total, const std::string& status) {
+        seen.emplace_back(completed, total, status);
+    });
+    EXPECT_EQ(seen,
+              (decltype(seen){{0, 0, "pulling manifest"}, {10, 100, "pulling 1a2b"}, {0, 2, "success"}}));
+
+    const auto sent = service.requests("/api/pull").at(0);
+    EXPECT_EQ(sent.method, "POST");
+    EXPECT_EQ(sent.contentType, "application/json");
+    EXPECT_EQ(json::parse(sent.body), json::parse(R"({"model":"qwen3.5:4b","stream":true})"));
+}
+
+TEST(OllamaClient, PullStopsAtAnErrorLineOrStatus) {
+    FakeModelService service;
+    const OllamaClient client(service.host());
+    service.setPullLines({R"({"status":"pulling manifest"})",
+                          R"({"error":"pull model manifest: file does not exist"})",
+                          R"({"status":"success"})"});
+    std::vector<std::string> statuses;
+    const auto record = [&](std::int64_t, std::int64_t, const std::string& status) {
+        statuses.push_back(status);
+    };
+    EXPECT_EQ(failureOf([&] { client.pull("nope", record); }),
+              OllamaClient::Failure::server(200, "pull model manifest: file does not exist"));
+    EXPECT_EQ(statuses, std::vector<std::string>{"pulling manifest"});
+
+    statuses.clear();
+    service.failWith("/api/pull", FakeModelService::Reply::error(500, "disk full"));
+    EXPECT_EQ(failureOf([&] { client.pull("qwen3.5:4b", record); }),
+              OllamaClient::Failure::server(500, "pull qwen3.5:4b"));
+    service.failWith("/api/pull", FakeModelService::Reply::json(201, R"({"status":"success"})"));
+    EXPECT_EQ(failureOf([&] { client.pull("qwen3.5:4b", record); }),
+              OllamaClient::Failure::server(201, "pull qwen3.5:4b"))
+        << "only exactly 200 starts a pull";
+    EXPECT_TRUE(statuses.empty());
+
+    // A stream that ends without a success line counts as done.
+    service.clearFailures();
+    service.setPullLines({R"({"status":"pulling manifest"})"});
+    EXPECT_NO_THROW(client.pull("qwen3.5:4b", record));
+
+    service.refuseConnections();
+    EXPECT_THROW(client.pull("qwen3.5:4b", record), OllamaClient::TransportError);
+}
+
+TEST(OllamaClient, AcceptsATrailingSlashOnTheAddress) {
+    FakeModelService service;
+    const OllamaClient client(service.host() + "/");
+    EXPECT_EQ(client.version(), "0.41.0");
+    EXPECT_EQ(service.requests().back().path, "/api/version");
+}
