@@ -1,0 +1,130 @@
+#include "Library/SearchMerge.h"
+
+#include "Understanding/VectorMath.h"
+
+#include <algorithm>
+#include <cmath>
+#include <unordered_set>
+
+namespace keepery::SearchMerge {
+
+std::vector<ScoredID> scores(std::span<const float> query, std::span<const Candidate> candidates,
+                             std::optional<std::string_view> excluding) {
+    std::vector<ScoredID> scored;
+    scored.reserve(candidates.size());
+    for (const Candidate& candidate : candidates) {
+        if (excluding && candidate.id == *excluding) {
+            continue;
+        }
+        scored.push_back({candidate.id, VectorMath::dot(query, candidate.vector)});
+    }
+    return scored;
+}
+
+std::vector<ScoredID> standouts(std::vector<ScoredID> scored) {
+    if (scored.empty()) {
+        return scored;
+    }
+    // Highest first with NaN below every number: a plain `>` is no strict weak ordering once a NaN
+    // appears, and a sort given such an order may read out of bounds.
+    std::stable_sort(scored.begin(), scored.end(), [](const ScoredID& a, const ScoredID& b) {
+        return a.score > b.score || (!std::isnan(a.score) && std::isnan(b.score));
+    });
+    const std::size_t n = scored.size();
+    const float top = scored.front().score;
+    const float median = scored[n / 2].score;
+    const float nearTopCut = top - nearTop;
+    const float aboveMedianCut = median + aboveMedian;
+    // fmax ignores a NaN median, so the near-top cut alone decides then.
+    const float threshold = n < 6 ? nearTopCut : std::fmax(nearTopCut, aboveMedianCut);
+    // Sorted best first, so the survivors are a prefix.
+    const auto end = std::find_if(scored.begin(), scored.end(),
+                                  [threshold](const ScoredID& pair) { return !(pair.score >= threshold); });
+    scored.erase(end, scored.end());
+    return scored;
+}
+
+std::vector<std::string> merge(std::span<const std::vector<std::string>> lists, std::size_t limit) {
+    if (limit == 0) {
+        return {};
+    }
+    struct Fused {
+        std::string_view id;
+        double score;
+    };
+    std::vector<Fused> fused;
+    std::unordered_map<std::string_view, std::size_t> index;
+    for (const auto& list : lists) {
+        for (std::size_t position = 1; position <= list.size(); ++position) {
+            const std::string& id = list[position - 1];
+            const double term = 1.0 / (60.0 + static_cast<double>(position));
+            const auto [slot, inserted] = index.try_emplace(id, fused.size());
+            if (inserted) {
+                fused.push_back({id, term});
+            } else {
+                fused[slot->second].score += term;
+            }
+        }
+    }
+    const auto higher = [](const Fused& a, const Fused& b) {
+        return a.score != b.score ? a.score > b.score : a.id < b.id;
+    };
+    const std::size_t count = std::min(limit, fused.size());
+    std::partial_sort(fused.begin(), fused.begin() + static_cast<std::ptrdiff_t>(count), fused.end(), higher);
+
+    std::vector<std::string> ranked;
+    ranked.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        ranked.emplace_back(fused[i].id);
+    }
+    return ranked;
+}
+
+std::vector<std::string> coveredCollections(std::span<const std::string> ranked,
+                                            const CollectionMembers& members) {
+    const std::unordered_set<std::string_view> found(ranked.begin(), ranked.end());
+    std::vector<std::string> covered;
+    for (const auto& [collectionID, memberIDs] : members) {
+        if (memberIDs.size() < completionMinimum) {
+            continue;
+        }
+        const auto hits = std::count_if(memberIDs.begin(), memberIDs.end(),
+                                        [&found](const std::string& id) { return found.contains(id); });
+        if (static_cast<double>(hits) / static_cast<double>(memberIDs.size()) >= completionShare) {
+            covered.push_back(collectionID);
+        }
+    }
+    return covered;
+}
+
+std::vector<std::string> completingCollections(std::span<const std::string> ranked,
+                                               const CollectionMembers& members) {
+    std::vector<std::string> completed(ranked.begin(), ranked.end());
+    // Views into `ranked` and `members`, which outlive this call; `completed` may reallocate, so it is
+    // never viewed.
+    std::unordered_set<std::string_view> present(ranked.begin(), ranked.end());
+    for (const std::string& collectionID : coveredCollections(ranked, members)) {
+        for (const std::string& id : members.at(collectionID)) {
+            if (present.insert(id).second) {
+                completed.push_back(id);
+            }
+        }
+    }
+    return completed;
+}
+
+std::unordered_map<std::string, std::set<SearchReason>> reasons(const Evidence& evidence,
+                                                                std::span<const std::string> completed) {
+    std::unordered_map<std::string, std::set<SearchReason>> found;
+    for (const auto& [reason, ids] : evidence) {
+        for (const std::string& id : ids) {
+            found[id].insert(reason);
+        }
+    }
+    for (const std::string& id : completed) {
+        found.try_emplace(id, std::set<SearchReason>{SearchReason::collection});
+    }
+    return found;
+}
+
+} // namespace keepery::SearchMerge
