@@ -1,0 +1,83 @@
+#include "Platform/Numbers.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+using namespace keepery;
+
+namespace {
+
+// Sets environment variables for one test and puts the old values back.
+class EnvironmentOverride {
+public:
+    EnvironmentOverride(std::initializer_list<std::pair<const char*, const char*>> values) {
+        for (const auto& [name, value] : values) {
+            const char* old = std::getenv(name);
+            saved_.push_back({name, old ? std::optional<std::string>(old) : std::nullopt});
+            if (value) {
+                setenv(name, value, 1);
+            } else {
+                unsetenv(name);
+            }
+        }
+    }
+    ~EnvironmentOverride() {
+        for (const auto& [name, value] : saved_) {
+            if (value) {
+                setenv(name, value->c_str(), 1);
+            } else {
+                unsetenv(name);
+            }
+        }
+    }
+    EnvironmentOverride(const EnvironmentOverride&) = delete;
+    EnvironmentOverride& operator=(const EnvironmentOverride&) = delete;
+
+private:
+    std::vector<std::pair<const char*, std::optional<std::string>>> saved_;
+};
+
+} // namespace
+
+TEST(Numbers, SpellsOutInEnglishWords) {
+    EXPECT_EQ(Numbers::spelledOut(0, "en_US"), "zero");
+    EXPECT_EQ(Numbers::spelledOut(7, "en_US"), "seven");
+    EXPECT_EQ(Numbers::spelledOut(21, "en_US"), "twenty-one");
+    EXPECT_EQ(Numbers::spelledOut(99, "en_US"), "ninety-nine");
+    EXPECT_EQ(Numbers::spelledOut(-3, "en_US"), "minus three");
+    // A second locale on the same thread replaces the cached formatter rather than reusing it.
+    EXPECT_EQ(Numbers::spelledOut(21, "de_DE"), "ein\u00ADund\u00ADzwanzig");
+    EXPECT_EQ(Numbers::spelledOut(21, "en_US"), "twenty-one");
+}
+
+TEST(Numbers, GroupsDigitsByLocale) {
+    EXPECT_EQ(Numbers::grouped(2000, "en_US"), "2,000");
+    EXPECT_EQ(Numbers::grouped(1234567, "de_DE"), "1.234.567");
+    EXPECT_EQ(Numbers::grouped(1234, "fr_FR"), "1\u202F234");
+    EXPECT_EQ(Numbers::grouped(1234, "ar_EG"), "\u0661\u066C\u0662\u0663\u0664");
+    EXPECT_EQ(Numbers::grouped(-100, "en_US"), "-100");
+    EXPECT_EQ(Numbers::grouped(999, "en_US"), "999");
+}
+
+TEST(Numbers, UserLocaleComesFromTheEnvironmentLikeLcNumeric) {
+    EXPECT_EQ(Numbers::localeFromPosix("de_DE.UTF-8@euro"), "de_DE");
+    EXPECT_EQ(Numbers::localeFromPosix("fr_CA"), "fr_CA");
+    EXPECT_EQ(Numbers::localeFromPosix("C.UTF-8"), "en_US");
+    EXPECT_EQ(Numbers::localeFromPosix("POSIX"), "en_US");
+    EXPECT_EQ(Numbers::localeFromPosix(""), "en_US");
+    {
+        EnvironmentOverride env{{"LC_ALL", ""}, {"LC_NUMERIC", "de_AT.UTF-8"}, {"LANG", "en_GB.UTF-8"}};
+        EXPECT_EQ(Numbers::userLocale(), "de_AT");
+    }
+    {
+        EnvironmentOverride env{{"LC_ALL", "sv_SE.UTF-8"}, {"LC_NUMERIC", "de_AT.UTF-8"}};
+        EXPECT_EQ(Numbers::userLocale(), "sv_SE");
+    }
+    {
+        EnvironmentOverride env{{"LC_ALL", nullptr}, {"LC_NUMERIC", nullptr}, {"LANG", nullptr}};
+        EXPECT_EQ(Numbers::userLocale(), "en_US");
+    }
+}
