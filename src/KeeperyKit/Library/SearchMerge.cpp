@@ -27,20 +27,24 @@ std::vector<ScoredID> standouts(std::vector<ScoredID> scored) {
     }
     // Highest first with NaN below every number: a plain `>` is no strict weak ordering once a NaN
     // appears, and a sort given such an order may read out of bounds.
-    std::stable_sort(scored.begin(), scored.end(), [](const ScoredID& a, const ScoredID& b) {
-        return a.score > b.score || (!std::isnan(a.score) && std::isnan(b.score));
-    });
+    const auto higher = [](float a, float b) { return a > b || (!std::isnan(a) && std::isnan(b)); };
+    // The top and the median of the sorted order, found without sorting every pair: only the survivors
+    // are sorted, and they keep the same order as in a full stable sort.
     const std::size_t n = scored.size();
-    const float top = scored.front().score;
-    const float median = scored[n / 2].score;
+    std::vector<float> values(n);
+    std::transform(scored.begin(), scored.end(), values.begin(),
+                   [](const ScoredID& pair) { return pair.score; });
+    const float top = *std::min_element(values.begin(), values.end(), higher);
+    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(n / 2), values.end(),
+                     higher);
+    const float median = values[n / 2];
     const float nearTopCut = top - nearTop;
     const float aboveMedianCut = median + aboveMedian;
     // fmax ignores a NaN median, so the near-top cut alone decides then.
     const float threshold = n < 6 ? nearTopCut : std::fmax(nearTopCut, aboveMedianCut);
-    // Sorted best first, so the survivors are a prefix.
-    const auto end = std::find_if(scored.begin(), scored.end(),
-                                  [threshold](const ScoredID& pair) { return !(pair.score >= threshold); });
-    scored.erase(end, scored.end());
+    std::erase_if(scored, [threshold](const ScoredID& pair) { return !(pair.score >= threshold); });
+    std::stable_sort(scored.begin(), scored.end(),
+                     [&](const ScoredID& a, const ScoredID& b) { return higher(a.score, b.score); });
     return scored;
 }
 

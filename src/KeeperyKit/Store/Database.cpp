@@ -238,6 +238,17 @@ std::int64_t Database::lastInsertRowID() const {
     return sqlite3_last_insert_rowid(handle_);
 }
 
+std::int64_t Database::totalChanges() const {
+    return sqlite3_total_changes64(handle_);
+}
+
+std::int64_t Database::dataVersion() {
+    std::int64_t version = 0;
+    forEachRow("PRAGMA data_version", {},
+               [&](const Cursor& cursor) { version = cursor.value(0).asInt().value_or(0); });
+    return version;
+}
+
 void Database::commit() {
     try {
         execute("COMMIT");

@@ -129,6 +129,14 @@ public:
 
     [[nodiscard]] std::int64_t lastInsertRowID() const;
 
+    // Rows inserted, updated or deleted through this connection since it opened (a rolled-back change
+    // still counts).
+    [[nodiscard]] std::int64_t totalChanges() const;
+
+    // "PRAGMA data_version": a number that differs from the last one read whenever another connection has
+    // committed in between. Throws Failure.
+    [[nodiscard]] std::int64_t dataVersion();
+
     // Runs `body` between "BEGIN IMMEDIATE" and "COMMIT", rolling back when it throws (its own exception
     // passes on) or when the commit fails (the commit's Failure is thrown). Transactions do not nest: an
     // inner call fails at its BEGIN.

@@ -165,6 +165,19 @@ public:
     // Every vector of `model` in `space`, in no particular order.
     [[nodiscard]] std::vector<StoredVector> vectors(const std::string& model, VectorSpace space);
 
+    // Every vector of `model` in `space` as one block: the same rows as `vectors` in the same order, the
+    // floats of row i at [starts[i], starts[i + 1]) of `floats`.
+    struct VectorRows {
+        std::vector<std::string> ids;
+        std::vector<std::size_t> starts{0};
+        std::vector<float> floats;
+        [[nodiscard]] std::size_t size() const { return ids.size(); }
+        [[nodiscard]] std::span<const float> row(std::size_t i) const {
+            return std::span<const float>(floats).subspan(starts[i], starts[i + 1] - starts[i]);
+        }
+    };
+    [[nodiscard]] VectorRows vectorRows(const std::string& model, VectorSpace space);
+
     // --- Listings and counts --------------------------------------------------------------------------
 
     // At most `limit` captures that pass the filter, newest kept first.
@@ -172,6 +185,23 @@ public:
 
     // Every collection with its current member count (0 included), most recently updated first.
     [[nodiscard]] std::vector<CaptureCollection> collections();
+
+    struct Membership {
+        std::string captureID;
+        std::optional<std::string> collectionID;
+    };
+    // The id and collection of each capture `captures(recent, limit)` lists, in its order, read without the
+    // rest of the row.
+    [[nodiscard]] std::vector<Membership> memberships(std::int64_t limit);
+
+    // A mark of what the database holds: two equal marks taken from one store mean that nobody (this store
+    // or another connection, in this process or another) wrote in between. Throws Database::Failure.
+    struct Generation {
+        std::int64_t dataVersion = -1;
+        std::int64_t ownChanges = -1;
+        bool operator==(const Generation&) const = default;
+    };
+    [[nodiscard]] Generation generation();
 
     // Captures per described kind, largest first (ties in SQLite's order); unknown kinds are skipped.
     [[nodiscard]] std::vector<std::pair<CaptureKind, std::int64_t>> kindCounts();

@@ -45,6 +45,25 @@ std::vector<Capture> LibraryStore::captures(const LibraryFilter& filter, std::in
     return {};
 }
 
+std::vector<LibraryStore::Membership> LibraryStore::memberships(std::int64_t limit) {
+    // The listing's condition, order and cut, so that SQLite walks the rows the same way.
+    std::vector<Membership> found;
+    db_.forEachRow(
+        "SELECT c.id, c.collection_id FROM captures c WHERE 1 ORDER BY c.created_at DESC LIMIT ?", {limit},
+        [&](const Database::Cursor& cursor) {
+            Membership membership{std::string(cursor.text(0).value_or(std::string_view())), std::nullopt};
+            if (auto collection = cursor.text(1)) {
+                membership.collectionID.emplace(*collection);
+            }
+            found.push_back(std::move(membership));
+        });
+    return found;
+}
+
+LibraryStore::Generation LibraryStore::generation() {
+    return Generation{db_.dataVersion(), db_.totalChanges()};
+}
+
 std::vector<std::pair<CaptureKind, std::int64_t>> LibraryStore::kindCounts() {
     std::vector<std::pair<CaptureKind, std::int64_t>> counts;
     for (const Database::Row& row : db_.query("SELECT kind, count(*) AS n FROM captures WHERE kind IS NOT "

@@ -27,24 +27,34 @@ Database::Blob blob(const std::vector<float>& vector) {
     return bytes;
 }
 
-// As many floats as whole 4-byte groups; a trailing remainder is ignored.
-std::vector<float> floats(std::span<const std::uint8_t> bytes) {
-    std::vector<float> vector(bytes.size() / 4);
+// Appends as many floats as `bytes` holds whole 4-byte groups; a trailing remainder is ignored.
+void appendFloats(std::span<const std::uint8_t> bytes, std::vector<float>& out) {
+    const std::size_t count = bytes.size() / 4;
+    const std::size_t start = out.size();
+    out.resize(start + count);
     if constexpr (std::endian::native == std::endian::little) {
-        if (!vector.empty()) {
-            std::memcpy(vector.data(), bytes.data(), vector.size() * 4);
+        if (count > 0) {
+            std::memcpy(out.data() + start, bytes.data(), count * 4);
         }
     } else {
-        for (std::size_t i = 0; i < vector.size(); ++i) {
+        for (std::size_t i = 0; i < count; ++i) {
             std::uint32_t bits = 0;
             for (std::size_t b = 0; b < 4; ++b) {
                 bits |= static_cast<std::uint32_t>(bytes[i * 4 + b]) << (8 * b);
             }
-            vector[i] = std::bit_cast<float>(bits);
+            out[start + i] = std::bit_cast<float>(bits);
         }
     }
+}
+
+std::vector<float> floats(std::span<const std::uint8_t> bytes) {
+    std::vector<float> vector;
+    appendFloats(bytes, vector);
     return vector;
 }
+
+const char* const vectorsOfModelAndSpace =
+    "SELECT capture_id, vector FROM vectors WHERE model = ? AND space = ?";
 
 } // namespace
 
@@ -77,15 +87,28 @@ std::optional<std::vector<float>> LibraryStore::vector(const std::string& id, Ve
 
 std::vector<LibraryStore::StoredVector> LibraryStore::vectors(const std::string& model, VectorSpace space) {
     std::vector<StoredVector> found;
-    db_.forEachRow("SELECT capture_id, vector FROM vectors WHERE model = ? AND space = ?",
-                   {model, space.rawValue()}, [&](const Database::Cursor& cursor) {
-                       auto id = cursor.text(0);
-                       auto bytes = cursor.blob(1);
-                       if (id && bytes) {
-                           found.push_back(StoredVector{std::string(*id), floats(*bytes)});
-                       }
-                   });
+    db_.forEachRow(vectorsOfModelAndSpace, {model, space.rawValue()}, [&](const Database::Cursor& cursor) {
+        auto id = cursor.text(0);
+        auto bytes = cursor.blob(1);
+        if (id && bytes) {
+            found.push_back(StoredVector{std::string(*id), floats(*bytes)});
+        }
+    });
     return found;
+}
+
+LibraryStore::VectorRows LibraryStore::vectorRows(const std::string& model, VectorSpace space) {
+    VectorRows rows;
+    db_.forEachRow(vectorsOfModelAndSpace, {model, space.rawValue()}, [&](const Database::Cursor& cursor) {
+        auto id = cursor.text(0);
+        auto bytes = cursor.blob(1);
+        if (id && bytes) {
+            rows.ids.emplace_back(*id);
+            appendFloats(*bytes, rows.floats);
+            rows.starts.push_back(rows.floats.size());
+        }
+    });
+    return rows;
 }
 
 } // namespace keepery

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "Library/SearchFindings.h"
+#include "Library/SearchIndex.h"
+#include "Model/Capture.h"
+#include "Organizing/Organizer.h"
+#include "Store/LibraryStore.h"
+#include "Understanding/OllamaClient.h"
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace keepery {
+
+// The engine's one owner of a library. Its operations run one at a time under its lock, which is let go
+// while an operation waits for the model service or for a change announcement, so other calls may run in
+// between (and the library may change under a search between its steps). Every public operation may be
+// called from any thread and blocks its caller until done. The store is shared: a front end may read it
+// directly on its own thread.
+class Library {
+public:
+    // Least similarity for a capture to count as related to another.
+    static constexpr float relatedFloor = 0.76f;
+
+    // At most this many ids come from the full-text index per query.
+    static constexpr std::int64_t wordCandidates = 100;
+    // At most this many ids survive the fusion, before collections are completed.
+    static constexpr std::size_t fusedHits = 60;
+    // At most this many captures are read to learn who belongs to which collection.
+    static constexpr std::int64_t membershipListing = 100000;
+    // Seconds the query's embedding may take.
+    static constexpr double queryEmbeddingTimeout = 60;
+
+    // Keeps the five values; no I/O and no checks.
+    Library(LibraryStore& store, OllamaClient client, std::string visionModel, std::string embeddingModel,
+            Organizer organizer);
+
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    [[nodiscard]] LibraryStore& store() const { return store_; }
+
+    // Called after every change, on the front end's main thread (MainQueue); the change does not return
+    // until the callback has.
+    void setOnChange(std::function<void()> callback);
+    // Takes effect for the next description or naming; announces nothing.
+    void setVisionModel(std::string model);
+    [[nodiscard]] std::string visionModel();
+    [[nodiscard]] Organizer organizer();
+    void setOrganizer(Organizer organizer);
+
+    // The user's edits. None throws: a store failure is dropped and the change is announced all the same.
+
+    // Stores the note trimmed; a blank or absent note clears it.
+    void setNote(const std::string& captureID, const std::optional<std::string>& note);
+    void setFavorite(const std::string& captureID, bool favorite);
+    void setTags(const std::string& captureID, const std::vector<std::string>& tags);
+    // Files the capture in the collection (absent: unsorted), then drops collections left empty.
+    void move(const std::string& captureID, const std::optional<std::string>& collectionID);
+    // Renames the collection as the user's choice, recording its member count at naming.
+    void renameCollection(const std::string& collectionID, const std::string& name, const std::string& emoji);
+    // Deletes the capture with its rows and files, then drops collections left empty.
+    void deleteCapture(const std::string& captureID);
+
+    // The captures that answer `query`, best first, with why each was found, and the collections the
+    // ranking covers. Never fails: a source that fails (the full-text index, the model service, a vector
+    // read, the listing) contributes nothing.
+    [[nodiscard]] SearchFindings findings(const std::string& query);
+    // The captures of `findings`, in order.
+    [[nodiscard]] std::vector<Capture> search(const std::string& query);
+    // At most `limit` captures whose meaning is at least `relatedFloor` close to the capture's, closest
+    // first (equal scores in the store's order), never the capture itself. Never fails; asks nothing of
+    // the model service.
+    [[nodiscard]] std::vector<Capture> related(const std::string& captureID, std::int64_t limit);
+
+private:
+    // Calls the change callback, if any, on the main thread and waits for it. Lets go of the lock first.
+    void announce(std::unique_lock<std::mutex>& lock);
+
+    LibraryStore& store_;
+    const OllamaClient client_;
+    const std::string embeddingModel_;
+
+    std::mutex lock_;
+    std::string visionModel_;
+    Organizer organizer_;
+    std::function<void()> onChange_;
+    SearchIndex index_;
+};
+
+} // namespace keepery
