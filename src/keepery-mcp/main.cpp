@@ -1,6 +1,10 @@
 // keepery-mcp: the Model Context Protocol server an AI assistant starts as a child process. It opens the
 // user's library, then answers one protocol line at a time from standard input until the input ends.
 #include "Agents/MCPServer.h"
+#include "Library/Library.h"
+#include "Organizing/Organizer.h"
+#include "Platform/MainQueue.h"
+#include "Platform/ModelService.h"
 #include "Platform/Settings.h"
 #include "Platform/SystemInfo.h"
 #include "Platform/Text.h"
@@ -60,9 +64,13 @@ int main(int argc, char** /*argv*/) {
         return 1;
     }
 
+    // The loop's thread is the main thread: change announcements run here.
+    MainQueue::shared().bindToCurrentThread();
     const std::string visionModel = chooseVisionModel();
-    (void)visionModel;
-    MCPServer server(*store, SystemInfo::version());
+    OllamaClient client(ModelService::host());
+    Library library(*store, std::move(client), visionModel, std::string(Models::embedding),
+                    Organizer(0.8f, 0.79f, 12));
+    MCPServer server(library, *store, SystemInfo::version());
 
     std::ios::sync_with_stdio(false);
     std::string line;

@@ -1,5 +1,6 @@
 #include "Agents/MCPServer.h"
 
+#include "Library/Library.h"
 #include "Store/LibraryStore.h"
 #include "support/TemporaryDirectory.h"
 
@@ -15,7 +16,9 @@ class MCPServerTest : public ::testing::Test {
 protected:
     keepery::testing::TemporaryDirectory dir;
     LibraryStore store{dir.path()};
-    MCPServer server{store, "1.2.3"};
+    // Nothing listens on port 1: a search would rank by words alone.
+    Library library{store, OllamaClient("http://127.0.0.1:1"), "vision", "embedding", Organizer()};
+    MCPServer server{library, store, "1.2.3"};
 
     json reply(const std::string& line) {
         auto text = server.handle(line);

@@ -1,9 +1,17 @@
 #include "Agents/MCPServer.h"
 
+#include "Library/Library.h"
 #include "Model/CaptureKind.h"
+#include "Platform/Dates.h"
+#include "Platform/Text.h"
 #include "Store/LibraryStore.h"
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
 #include <nlohmann/json.hpp>
+#include <unordered_map>
+#include <utility>
 
 namespace keepery {
 
@@ -38,10 +46,121 @@ std::optional<std::string> serialise(const json& reply) {
     }
 }
 
+// A whole JSON number that fits in 64 bits; a fraction, a number out of range, a string or any other type
+// counts as absent.
+std::optional<std::int64_t> integerArgument(const json& arguments, const char* key) {
+    const auto it = arguments.find(key);
+    if (it == arguments.end()) {
+        return std::nullopt;
+    }
+    if (it->is_number_unsigned()) {
+        const auto value = it->get<std::uint64_t>();
+        if (value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+            return std::nullopt;
+        }
+        return static_cast<std::int64_t>(value);
+    }
+    if (it->is_number_integer()) {
+        return it->get<std::int64_t>();
+    }
+    if (it->is_number_float()) {
+        const double value = it->get<double>();
+        // 2^63 is the first double above the int64 range; every whole double below it converts exactly.
+        constexpr double limit = 9223372036854775808.0;
+        if (std::isfinite(value) && value == std::trunc(value) && value >= -limit && value < limit) {
+            return static_cast<std::int64_t>(value);
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> stringArgument(const json& arguments, const char* key) {
+    const auto it = arguments.find(key);
+    if (it == arguments.end() || !it->is_string()) {
+        return std::nullopt;
+    }
+    return it->get<std::string>();
+}
+
+std::int64_t limitArgument(const json& arguments, std::int64_t fallback, std::int64_t most) {
+    return std::clamp<std::int64_t>(integerArgument(arguments, "limit").value_or(fallback), 1, most);
+}
+
+template <typename Parts>
+std::string joined(const Parts& parts, std::string_view separator) {
+    std::string out;
+    bool first = true;
+    for (const auto& part : parts) {
+        if (!std::exchange(first, false)) {
+            out += separator;
+        }
+        out += part;
+    }
+    return out;
+}
+
+// A long text as the full form shows it: whole up to 4000 characters, else its first 4000 and "…".
+std::string cutLong(const std::string& text) {
+    constexpr std::size_t most = 4000;
+    if (Text::characterCount(text) <= most) {
+        return text;
+    }
+    return Text::prefix(text, most) + "…";
+}
+
+// Collection id → "<emoji> <name>". A listing that cannot read the collections shows no label.
+using Labels = std::unordered_map<std::string, std::string>;
+
+Labels labels(LibraryStore& store) {
+    Labels found;
+    try {
+        for (const CaptureCollection& collection : store.collections()) {
+            found.try_emplace(collection.id, collection.emoji + " " + collection.name);
+        }
+    } catch (const std::exception&) {
+        found.clear();
+    }
+    return found;
+}
+
+std::string listingWith(const Capture& capture, const Labels& labels) {
+    std::string out = capture.displayTitle();
+    out += " — ";
+    out += capture.kind ? capture.kind->title() : capture.media.title();
+
+    std::vector<std::string> facts{"id " + capture.id, capture.url ? *capture.url : capture.sourceName(),
+                                   Dates::mediumDateShortTime(capture.takenAt.value_or(capture.createdAt))};
+    if (capture.collectionID) {
+        if (auto label = labels.find(*capture.collectionID); label != labels.end()) {
+            facts.push_back(label->second);
+        }
+    }
+    out += "\n" + joined(facts, " · ");
+    if (capture.summary && !capture.summary->empty()) {
+        out += "\n" + *capture.summary;
+    }
+    if (capture.note && !capture.note->empty()) {
+        out += "\nNote: " + *capture.note;
+    }
+    if (!capture.tags.empty()) {
+        out += "\nTags: " + joined(capture.tags, ", ");
+    }
+    return out;
+}
+
+std::string listingsWith(const std::vector<Capture>& captures, const Labels& labels) {
+    std::vector<std::string> listings;
+    listings.reserve(captures.size());
+    for (const Capture& capture : captures) {
+        listings.push_back(listingWith(capture, labels));
+    }
+    return joined(listings, "\n\n");
+}
+
 } // namespace
 
-MCPServer::MCPServer(LibraryStore& store, std::string version)
-    : store_(store), version_(std::move(version)) {}
+MCPServer::MCPServer(Library& library, LibraryStore& store, std::string version)
+    : library_(library), store_(store), version_(std::move(version)) {}
 
 const json& MCPServer::tools() {
     static const json list = json::array({
@@ -147,8 +266,125 @@ json MCPServer::toolResult(const json& params) {
     }
 }
 
-std::string MCPServer::call(const std::string& toolName, const json& /*arguments*/) {
+std::string MCPServer::call(const std::string& toolName, const json& arguments) {
+    if (toolName == "search_keepery") {
+        return searchKeepery(arguments);
+    }
+    if (toolName == "recent_captures") {
+        return recentCaptures(arguments);
+    }
+    if (toolName == "get_capture") {
+        return getCapture(arguments);
+    }
+    if (toolName == "list_collections") {
+        return listCollections();
+    }
     throw ToolFailure("Unknown tool " + toolName + ".");
+}
+
+std::string MCPServer::searchKeepery(const json& arguments) {
+    const std::string query =
+        Text::trimWhitespaceAndNewlines(stringArgument(arguments, "query").value_or(""));
+    if (query.empty()) {
+        throw ToolFailure("'query' must be a non-empty string.");
+    }
+    const auto limit = static_cast<std::size_t>(limitArgument(arguments, 8, 25));
+    std::vector<Capture> found = library_.search(query);
+    if (found.size() > limit) {
+        found.resize(limit);
+    }
+    if (found.empty()) {
+        return "Nothing in Keepery matches “" + query + "”.";
+    }
+    return "Keepery for “" + query + "” (" + std::to_string(found.size()) + "):\n\n" +
+           listingsWith(found, labels(store_));
+}
+
+std::string MCPServer::recentCaptures(const json& arguments) {
+    const std::int64_t limit = limitArgument(arguments, 10, 50);
+    LibraryFilter filter = LibraryFilter::recent();
+    const std::optional<std::string> collection = stringArgument(arguments, "collection");
+    const std::optional<std::string> kind = stringArgument(arguments, "kind");
+    if (collection && !collection->empty()) {
+        const std::vector<CaptureCollection> all = store_.collections();
+        const auto found = std::find_if(all.begin(), all.end(), [&](const CaptureCollection& c) {
+            return c.id == *collection || Text::equalsIgnoringCase(c.name, *collection);
+        });
+        if (found == all.end()) {
+            throw ToolFailure("No collection named “" + *collection + "”. list_collections shows them.");
+        }
+        filter = LibraryFilter::collection(found->id);
+    } else if (kind && !kind->empty()) {
+        const std::optional<CaptureKind> known = CaptureKind::fromRawValue(Text::lowercased(*kind));
+        if (!known) {
+            throw ToolFailure("Unknown kind “" + *kind + "”.");
+        }
+        filter = LibraryFilter::kind(*known);
+    }
+    const std::vector<Capture> found = store_.captures(filter, limit);
+    if (found.empty()) {
+        return "Nothing kept there yet.";
+    }
+    return listingsWith(found, labels(store_));
+}
+
+std::string MCPServer::getCapture(const json& arguments) {
+    const std::optional<std::string> id = stringArgument(arguments, "id");
+    std::optional<Capture> capture = id ? store_.capture(*id) : std::nullopt;
+    if (!capture) {
+        throw ToolFailure("No capture with that id.");
+    }
+    return full(*capture);
+}
+
+std::string MCPServer::listCollections() {
+    std::vector<std::string> lines;
+    for (const CaptureCollection& collection : store_.collections()) {
+        if (collection.count < 1) {
+            continue;
+        }
+        lines.push_back(collection.emoji + " " + collection.name + " — " + std::to_string(collection.count) +
+                        " capture" + (collection.count == 1 ? "" : "s") + " (id " + collection.id + ")");
+    }
+    if (lines.empty()) {
+        return "No collections yet: they form as similar captures are kept.";
+    }
+    return joined(lines, "\n");
+}
+
+std::string MCPServer::listing(const Capture& capture) {
+    return listingWith(capture, labels(store_));
+}
+
+std::string MCPServer::full(const Capture& capture) {
+    std::vector<std::string> sections{listing(capture)};
+    if (capture.media == CaptureMedia::video && capture.duration) {
+        // Whole seconds, the fraction dropped; a duration without a whole number of seconds shows no line.
+        const double seconds = std::trunc(*capture.duration);
+        if (std::isfinite(seconds) && std::fabs(seconds) < 9.2e18) {
+            sections.push_back("Video, " + std::to_string(static_cast<std::int64_t>(seconds)) + " seconds.");
+        }
+    }
+    if (!capture.highlights.empty()) {
+        std::string section = "Worth keeping:";
+        for (const std::string& highlight : capture.highlights) {
+            section += "\n“" + highlight + "”";
+        }
+        sections.push_back(std::move(section));
+    }
+    if (!capture.links.empty()) {
+        sections.push_back("Links:\n" + joined(capture.links, "\n"));
+    }
+    if (capture.transcript && !capture.transcript->empty()) {
+        sections.push_back("Said in it:\n" + cutLong(*capture.transcript));
+    }
+    if (capture.ocrText && !capture.ocrText->empty()) {
+        sections.push_back("Text on it:\n" + cutLong(*capture.ocrText));
+    }
+    if (capture.stage != CaptureStage::organized) {
+        sections.push_back("(Still being read: the description may be incomplete.)");
+    }
+    return joined(sections, "\n\n");
 }
 
 } // namespace keepery

@@ -8,7 +8,9 @@
 
 namespace keepery {
 
+class Library;
 class LibraryStore;
+struct Capture;
 
 // The Model Context Protocol server: JSON-RPC 2.0, one compact JSON object per line. It keeps nothing
 // from one message to the next; every method is answered at any time. One line at a time, on the thread
@@ -30,7 +32,8 @@ public:
         const char* what() const noexcept override { return message.c_str(); }
     };
 
-    MCPServer(LibraryStore& store, std::string version);
+    // Searches go through `library`; every other tool reads `store` directly.
+    MCPServer(Library& library, LibraryStore& store, std::string version);
 
     // The reply line (without its line ending) to one input line, or nothing when no reply is due (a
     // notification, or a reply that cannot be serialised). Never throws.
@@ -39,6 +42,13 @@ public:
     // Runs one tool and returns its text. Throws ToolFailure for the failures the assistant should read,
     // and passes any other error (a database failure) on.
     [[nodiscard]] std::string call(const std::string& toolName, const nlohmann::json& arguments);
+
+    // The short form of one capture: title and kind; id, address or source, date and collection; summary;
+    // note; tags. Reads the collections for the label.
+    [[nodiscard]] std::string listing(const Capture& capture);
+    // The long form: the listing, then the duration, passages, links, what was said and the text on it
+    // (both cut at 4000 characters), and a note while the capture is still being read.
+    [[nodiscard]] std::string full(const Capture& capture);
 
     // The four tool descriptions, in the order they are listed; built once.
     [[nodiscard]] static const nlohmann::json& tools();
@@ -50,7 +60,12 @@ public:
 
 private:
     [[nodiscard]] nlohmann::json toolResult(const nlohmann::json& params);
+    [[nodiscard]] std::string searchKeepery(const nlohmann::json& arguments);
+    [[nodiscard]] std::string recentCaptures(const nlohmann::json& arguments);
+    [[nodiscard]] std::string getCapture(const nlohmann::json& arguments);
+    [[nodiscard]] std::string listCollections();
 
+    Library& library_;
     LibraryStore& store_;
     std::string version_;
 };
