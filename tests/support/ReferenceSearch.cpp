@@ -1,0 +1,135 @@
+#include "support/ReferenceSearch.h"
+
+#include "Library/SearchMerge.h"
+#include "Platform/Text.h"
+#include "Understanding/EmbeddingText.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace keepery::testing {
+namespace {
+
+using SearchMerge::ScoredID;
+
+// Every pair sorted best first (NaN last, equal scores in input order), then the survivors of the cut.
+std::vector<ScoredID> sortedStandouts(std::vector<ScoredID> scored) {
+    if (scored.empty()) {
+        return scored;
+    }
+    std::stable_sort(scored.begin(), scored.end(), [](const ScoredID& a, const ScoredID& b) {
+        return a.score > b.score || (!std::isnan(a.score) && std::isnan(b.score));
+    });
+    const std::size_t n = scored.size();
+    const float nearTopCut = scored.front().score - SearchMerge::nearTop;
+    const float aboveMedianCut = scored[n / 2].score + SearchMerge::aboveMedian;
+    const float threshold = n < 6 ? nearTopCut : std::fmax(nearTopCut, aboveMedianCut);
+    std::erase_if(scored, [threshold](const ScoredID& pair) { return !(pair.score >= threshold); });
+    return scored;
+}
+
+std::vector<SearchMerge::Candidate> candidates(const std::vector<LibraryStore::StoredVector>& stored) {
+    std::vector<SearchMerge::Candidate> out;
+    out.reserve(stored.size());
+    for (const LibraryStore::StoredVector& v : stored) {
+        out.push_back({v.id, v.vector});
+    }
+    return out;
+}
+
+} // namespace
+
+SearchFindings ReferenceSearch::findings(const std::string& query) {
+    const std::string trimmed = Text::trimWhitespaceAndNewlines(query);
+    if (trimmed.empty()) {
+        return {};
+    }
+    SearchMerge::Evidence evidence;
+    auto& words = evidence[SearchReason::words];
+    try {
+        for (const auto& match : store_.textSearch(trimmed, 100)) {
+            words.push_back(match.id);
+        }
+    } catch (const std::exception&) {
+        words.clear();
+    }
+    std::optional<std::vector<float>> queryVector;
+    try {
+        const OllamaClient::EmbedInput input{EmbeddingText::query(trimmed), std::nullopt};
+        auto vectors = client_.embed(embeddingModel_, std::span(&input, 1), 60);
+        if (!vectors.empty()) {
+            queryVector = vectors.front();
+        }
+    } catch (const std::exception&) {
+    }
+    if (queryVector) {
+        for (const VectorSpace space : {VectorSpace::look, VectorSpace::meaning}) {
+            std::vector<LibraryStore::StoredVector> stored;
+            try {
+                stored = store_.vectors(embeddingModel_, space);
+            } catch (const std::exception&) {
+            }
+            const auto all = candidates(stored);
+            auto& found = evidence[SearchReason(space)];
+            for (const ScoredID& pair : sortedStandouts(SearchMerge::scores(*queryVector, all))) {
+                found.emplace_back(pair.id);
+            }
+        }
+    }
+    std::vector<std::vector<std::string>> lists;
+    for (const auto& [reason, ids] : evidence) {
+        lists.push_back(ids);
+    }
+    const std::vector<std::string> ranked = SearchMerge::merge(lists, 60);
+
+    SearchMerge::CollectionMembers members;
+    try {
+        for (const Capture& capture : store_.captures(LibraryFilter::recent(), 100000)) {
+            if (capture.collectionID) {
+                members[*capture.collectionID].push_back(capture.id);
+            }
+        }
+    } catch (const std::exception&) {
+        members.clear();
+    }
+    const auto completed = SearchMerge::completingCollections(ranked, members);
+    const auto reasons = SearchMerge::reasons(evidence, completed);
+    SearchFindings findings;
+    try {
+        for (Capture& capture : store_.captures(completed)) {
+            SearchHit hit{std::move(capture), {}};
+            if (auto it = reasons.find(hit.id()); it != reasons.end()) {
+                hit.reasons = it->second;
+            }
+            findings.hits.push_back(std::move(hit));
+        }
+    } catch (const std::exception&) {
+        findings.hits.clear();
+    }
+    findings.collectionIDs = SearchMerge::coveredCollections(ranked, members);
+    return findings;
+}
+
+std::vector<Capture> ReferenceSearch::related(const std::string& captureID, std::int64_t limit) {
+    try {
+        const auto own = store_.vector(captureID, VectorSpace::meaning);
+        if (!own) {
+            return {};
+        }
+        const auto stored = store_.vectors(embeddingModel_, VectorSpace::meaning);
+        const auto all = candidates(stored);
+        auto scored = SearchMerge::scores(*own, all, std::string_view(captureID));
+        std::erase_if(scored, [](const ScoredID& pair) { return !(pair.score >= 0.76f); });
+        std::stable_sort(scored.begin(), scored.end(),
+                         [](const ScoredID& a, const ScoredID& b) { return a.score > b.score; });
+        std::vector<std::string> ids;
+        for (std::size_t i = 0; i < scored.size() && static_cast<std::int64_t>(i) < limit; ++i) {
+            ids.emplace_back(scored[i].id);
+        }
+        return store_.captures(ids);
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
+} // namespace keepery::testing
