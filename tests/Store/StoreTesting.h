@@ -14,12 +14,12 @@ namespace keepery::testing {
 
 // What the describer hands the store, in the shape the store accepts from any description record.
 struct Described {
-    std::string title;
-    std::string summary;
+    std::string title{};
+    std::string summary{};
     CaptureKind kind = CaptureKind::other;
-    std::vector<std::string> tags;
-    std::vector<std::string> highlights;
-    std::vector<std::string> links;
+    std::vector<std::string> tags{};
+    std::vector<std::string> highlights{};
+    std::vector<std::string> links{};
 };
 
 // A store in a fresh library directory, and a second connection to the same file for reading and writing

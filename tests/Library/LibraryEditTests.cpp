@@ -1,0 +1,181 @@
+// The user's edits through the Library: what each stores, which collections it drops, and how the change is
+// announced on the front end's main thread.
+#include "Library/Library.h"
+
+#include "Platform/MainQueue.h"
+#include "Store/StoreTesting.h"
+
+#include <atomic>
+#include <future>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace keepery;
+using namespace std::chrono_literals;
+
+namespace {
+
+class LibraryEdits : public keepery::testing::StoreTest {
+protected:
+    LibraryEdits() { MainQueue::shared().bindToCurrentThread(); }
+
+    // Runs `edit` on a thread of its own while this thread serves as the main thread. Returns the threads
+    // the callback ran on; fails the test when the edit returned before its callback had.
+    std::vector<std::thread::id> announcementsOf(const std::function<void()>& edit) {
+        std::vector<std::thread::id> ran;
+        std::atomic<bool> callbackReturned = false;
+        library.setOnChange([&] {
+            ran.push_back(std::this_thread::get_id());
+            std::this_thread::sleep_for(5ms);
+            callbackReturned = true;
+        });
+        auto done = std::async(std::launch::async, [&] {
+            edit();
+            return callbackReturned.load();
+        });
+        while (done.wait_for(0ms) != std::future_status::ready) {
+            MainQueue::shared().drainFor(10ms);
+        }
+        EXPECT_TRUE(done.get()) << "the edit returned before its announcement had run";
+        return ran;
+    }
+
+    void file(const std::string& id, const std::string& collectionID) {
+        store.setCollection(id, collectionID);
+    }
+
+    void addCollection(const std::string& id) {
+        store.insertCollection(CaptureCollection{.id = id, .name = "Cooking", .emoji = "🍳"});
+    }
+
+    bool collectionExists(const std::string& id) {
+        return !raw.query("SELECT 1 AS found FROM collections WHERE id = ?", {id}).empty();
+    }
+
+    Library library{store, OllamaClient("http://127.0.0.1:1"), "vision", "embedding", Organizer()};
+};
+
+TEST_F(LibraryEdits, EveryEditAnnouncesOnceOnTheMainThreadAndWaitsForIt) {
+    store.insert(screen("a", 1));
+    store.insert(screen("b", 2));
+    addCollection("c1");
+    file("a", "c1");
+    const std::vector<std::pair<const char*, std::function<void()>>> edits{
+        {"note", [&] { library.setNote("a", "kept for later"); }},
+        {"favorite", [&] { library.setFavorite("a", true); }},
+        {"tags", [&] { library.setTags("a", {"Ramen"}); }},
+        {"move", [&] { library.move("b", "c1"); }},
+        {"rename", [&] { library.renameCollection("c1", "Noodles", "🍜"); }},
+        {"delete", [&] { library.deleteCapture("b"); }},
+    };
+    for (const auto& [name, edit] : edits) {
+        const auto threads = announcementsOf(edit);
+        ASSERT_EQ(threads.size(), 1u) << name;
+        EXPECT_EQ(threads.front(), std::this_thread::get_id()) << name;
+    }
+    EXPECT_EQ(store.capture("a")->note, "kept for later");
+    EXPECT_TRUE(store.capture("a")->favorite);
+    EXPECT_FALSE(store.capture("b"));
+}
+
+TEST_F(LibraryEdits, WithoutACallbackNoEditWaitsForTheMainThread) {
+    store.insert(screen("a", 1));
+    // Nobody drains the main queue here: an edit that posted to it would never return.
+    auto done = std::async(std::launch::async, [&] {
+        library.setNote("a", "n");
+        library.setFavorite("a", true);
+        library.deleteCapture("a");
+    });
+    ASSERT_EQ(done.wait_for(30s), std::future_status::ready);
+    EXPECT_FALSE(store.capture("a"));
+}
+
+TEST_F(LibraryEdits, NotesAndTagsAreStoredAsTheUserMeansThem) {
+    store.insert(screen("a", 1));
+    library.setNote("a", "  \n remember the broth \t\n");
+    EXPECT_EQ(store.capture("a")->note, "remember the broth");
+    EXPECT_EQ(ftsColumn("a", "note"), "remember the broth");
+    library.setNote("a", " \n\t ");
+    EXPECT_EQ(store.capture("a")->note, std::nullopt);
+    library.setNote("a", "x");
+    library.setNote("a", std::nullopt);
+    EXPECT_EQ(store.capture("a")->note, std::nullopt);
+
+    library.setTags("a", {"#Ramen", "ramen", "  ", "Broth"});
+    EXPECT_EQ(store.capture("a")->tags, (std::vector<std::string>{"broth", "ramen"}));
+    library.setFavorite("a", true);
+    library.setFavorite("a", false);
+    EXPECT_FALSE(store.capture("a")->favorite);
+}
+
+TEST_F(LibraryEdits, MovingOrDeletingTheLastMemberDropsTheCollection) {
+    for (const char* id : {"a", "b", "c"}) {
+        store.insert(screen(id, 1));
+    }
+    addCollection("c1");
+    addCollection("c2");
+    file("a", "c1");
+    file("b", "c2");
+    file("c", "c2");
+
+    library.move("a", "c2");
+    EXPECT_FALSE(collectionExists("c1"));
+    EXPECT_EQ(store.capture("a")->collectionID, "c2");
+    EXPECT_EQ(store.capture("a")->stage, CaptureStage::organized) << "a move leaves the stage alone";
+
+    library.move("a", std::nullopt);
+    EXPECT_EQ(store.capture("a")->collectionID, std::nullopt);
+    EXPECT_TRUE(collectionExists("c2"));
+
+    library.deleteCapture("b");
+    EXPECT_TRUE(collectionExists("c2"));
+    library.deleteCapture("c");
+    EXPECT_FALSE(collectionExists("c2"));
+}
+
+TEST_F(LibraryEdits, RenamingRecordsTheMemberCountAndMarksTheNameAsTheUsers) {
+    addCollection("c1");
+    for (int i = 0; i < 5; ++i) {
+        const std::string id = "m" + std::to_string(i);
+        store.insert(screen(id, i));
+        file(id, "c1");
+    }
+    library.renameCollection("c1", "Noodle Nights", "🍜");
+    auto row = raw.query("SELECT name, emoji, named_at_count, user_named FROM collections WHERE id = 'c1'");
+    ASSERT_EQ(row.size(), 1u);
+    EXPECT_EQ(row[0].at("name").asText(), "Noodle Nights");
+    EXPECT_EQ(row[0].at("emoji").asText(), "🍜");
+    EXPECT_EQ(row[0].at("named_at_count").asInt(), 5);
+    EXPECT_EQ(row[0].at("user_named").asInt(), 1);
+
+    // The namer's later rename keeps the user's mark.
+    store.renameCollection("c1", "Auto", "🤖", 9, /*byUser=*/false);
+    EXPECT_EQ(raw.query("SELECT user_named FROM collections WHERE id = 'c1'")[0].at("user_named").asInt(), 1);
+
+    const auto before = raw.query("SELECT * FROM collections");
+    EXPECT_EQ(announcementsOf([&] { library.renameCollection("nope", "X", "❌"); }).size(), 1u);
+    EXPECT_EQ(raw.query("SELECT * FROM collections"), before);
+}
+
+TEST_F(LibraryEdits, AStoreFailureIsDroppedLeavesTheRowsAndIsStillAnnounced) {
+    store.insert(screen("a", 1));
+    store.setNote("a", "old");
+    raw.execute(
+        "CREATE TRIGGER refuse BEFORE UPDATE ON captures BEGIN SELECT RAISE(ABORT, 'refused'); END;"
+        "CREATE TRIGGER keep BEFORE DELETE ON captures BEGIN SELECT RAISE(ABORT, 'refused'); END;"
+        "CREATE TRIGGER untagged BEFORE INSERT ON capture_tags BEGIN SELECT RAISE(ABORT, 'refused'); END;");
+    EXPECT_EQ(announcementsOf([&] { library.setNote("a", "new"); }).size(), 1u);
+    EXPECT_EQ(store.capture("a")->note, "old");
+    EXPECT_EQ(ftsColumn("a", "note"), "old") << "the failed write's full-text refresh is rolled back too";
+    EXPECT_EQ(announcementsOf([&] { library.setTags("a", {"x"}); }).size(), 1u);
+    EXPECT_TRUE(store.capture("a")->tags.empty());
+    EXPECT_EQ(announcementsOf([&] { library.deleteCapture("a"); }).size(), 1u);
+    EXPECT_TRUE(store.capture("a"));
+
+    // The second step of a move still runs when the first fails.
+    addCollection("empty");
+    EXPECT_EQ(announcementsOf([&] { library.move("a", "empty"); }).size(), 1u);
+    EXPECT_FALSE(collectionExists("empty"));
+}
+
+} // namespace

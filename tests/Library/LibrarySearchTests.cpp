@@ -1,0 +1,318 @@
+// Search and related captures through the Library, with the model service up, down and answering
+// garbage, and checked against the straightforward search that reads everything afresh.
+#include "Library/Library.h"
+
+#include "Store/StoreTesting.h"
+#include "Understanding/EmbeddingText.h"
+#include "support/FakeModelService.h"
+#include "support/ReferenceSearch.h"
+#include "support/SampleLibrary.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+using namespace keepery;
+using keepery::testing::FakeModelService;
+using keepery::testing::ReferenceSearch;
+
+namespace {
+
+constexpr const char* model = "embed-test";
+
+std::vector<std::string> idsOf(const std::vector<Capture>& captures) {
+    std::vector<std::string> ids;
+    for (const Capture& capture : captures) {
+        ids.push_back(capture.id);
+    }
+    return ids;
+}
+
+std::vector<std::string> idsOf(const SearchFindings& findings) {
+    std::vector<std::string> ids;
+    for (const SearchHit& hit : findings.hits) {
+        ids.push_back(hit.id());
+    }
+    return ids;
+}
+
+std::set<SearchReason> reasonsOf(const SearchFindings& findings, const std::string& id) {
+    for (const SearchHit& hit : findings.hits) {
+        if (hit.id() == id) {
+            return hit.reasons;
+        }
+    }
+    ADD_FAILURE() << id << " was not found";
+    return {};
+}
+
+// A unit vector along axis `axis` of four.
+std::vector<float> axis(int axis) {
+    std::vector<float> v(4, 0.0f);
+    v[static_cast<std::size_t>(axis)] = 1.0f;
+    return v;
+}
+
+class LibrarySearch : public keepery::testing::StoreTest {
+protected:
+    // A described capture whose indexed text is `text`, with vectors when given.
+    void add(const std::string& id, Instant createdAt, const std::string& text,
+             std::optional<std::vector<float>> look = std::nullopt,
+             std::optional<std::vector<float>> meaning = std::nullopt) {
+        store.insert(screen(id, createdAt, "App", "Window"));
+        keepery::testing::Described described{.title = text};
+        store.setDescribed(id, described);
+        std::map<VectorSpace, std::vector<float>> vectors;
+        if (look) {
+            vectors[VectorSpace::look] = *look;
+        }
+        if (meaning) {
+            vectors[VectorSpace::meaning] = *meaning;
+        }
+        if (!vectors.empty()) {
+            store.setEmbedding(id, model, vectors);
+        }
+    }
+
+    void collect(const std::string& collectionID, const std::vector<std::string>& ids) {
+        store.insertCollection(CaptureCollection{.id = collectionID, .name = collectionID, .emoji = "📁"});
+        for (const std::string& id : ids) {
+            store.setCollection(id, collectionID);
+        }
+    }
+
+    void answerQuery(const std::string& query, const std::vector<float>& vector) {
+        service.setEmbedding(EmbeddingText::query(query), std::vector<double>(vector.begin(), vector.end()));
+    }
+
+    std::vector<std::string> wordOrder(const std::string& query) {
+        std::vector<std::string> ids;
+        for (const auto& match : store.textSearch(query, 100)) {
+            ids.push_back(match.id);
+        }
+        return ids;
+    }
+
+    FakeModelService service;
+    Library library{store, OllamaClient(service.host()), "vision", model, Organizer()};
+    ReferenceSearch reference{store, OllamaClient(service.host()), model};
+};
+
+TEST_F(LibrarySearch, ABlankQueryFindsNothingAndAsksNothing) {
+    add("a", 1, "ramen", axis(0), axis(0));
+    for (const char* query : {"", "   ", " \n\t "}) {
+        EXPECT_EQ(library.findings(query), SearchFindings{}) << '"' << query << '"';
+    }
+    EXPECT_TRUE(service.requests("/api/embed").empty());
+}
+
+TEST_F(LibrarySearch, TheQueryIsEmbeddedOnceWithTheSearchPrefixAndTheLibrarysModel) {
+    add("a", 1, "ramen", axis(0), axis(0));
+    (void)library.findings("  tonkotsu ramen \n");
+    const auto requests = service.requests("/api/embed");
+    ASSERT_EQ(requests.size(), 1u);
+    const auto body = nlohmann::json::parse(requests[0].body);
+    EXPECT_EQ(body.at("model"), model);
+    EXPECT_EQ(body.at("input").dump(), R"(["task: search result | query: tonkotsu ramen"])");
+}
+
+// With the service down the words rank alone: the first 60 in full-text order, then the members that
+// complete the collections those 60 cover (3 of 4 found, at least 3 members).
+TEST_F(LibrarySearch, WithoutTheModelServiceWordsRankAloneAndCollectionsComplete) {
+    for (int i = 0; i < 70; ++i) {
+        // Ever more filler words push a capture's bm25 further down.
+        std::string text = "ramen";
+        for (int w = 0; w < i; ++w) {
+            text += " filler" + std::to_string(w);
+        }
+        add("r" + std::to_string(i), i, text);
+    }
+    add("quiet", 100, "nothing to see");
+    add("alone", 101, "nothing either");
+    const std::vector<std::string> words = wordOrder("ramen");
+    ASSERT_EQ(words.size(), 70u);
+    const std::vector<std::string> ranked(words.begin(), words.begin() + 60);
+    collect("A", {ranked[0], ranked[1], ranked[2], "quiet"});   // 3 of 4 found: "quiet" completes it
+    collect("B", {ranked[3], ranked[4], ranked[5], words[65]}); // completed by a capture past the cut
+    collect("C", {ranked[6], ranked[7]});                       // 2 of 2: too small to cover
+    collect("D", {ranked[8], words[61], words[62], "alone"});   // 1 of 4: not covered
+    service.refuseConnections();
+
+    const SearchFindings found = library.findings("ramen");
+    std::vector<std::string> expected = ranked;
+    expected.push_back("quiet");
+    expected.push_back(words[65]);
+    EXPECT_EQ(idsOf(found), expected);
+    EXPECT_EQ(found.collectionIDs, (std::vector<std::string>{"A", "B"}));
+    EXPECT_EQ(reasonsOf(found, ranked[0]), std::set<SearchReason>{SearchReason::words});
+    EXPECT_EQ(reasonsOf(found, "quiet"), std::set<SearchReason>{SearchReason::collection});
+    EXPECT_EQ(reasonsOf(found, words[65]), std::set<SearchReason>{SearchReason::words})
+        << "a completion found by words keeps its evidence";
+    EXPECT_EQ(idsOf(library.search("ramen")), expected);
+}
+
+TEST_F(LibrarySearch, AServiceAnsweringGarbageGivesNoVectorEvidence) {
+    add("words", 1, "ramen shop", axis(1), axis(1));
+    add("look", 2, "something else", axis(0), axis(0));
+    answerQuery("ramen", axis(0));
+    const SearchFindings withVectors = library.findings("ramen");
+    EXPECT_EQ(idsOf(withVectors), (std::vector<std::string>{"look", "words"}));
+
+    for (const FakeModelService::Reply& garbage :
+         {FakeModelService::Reply::json(200, "[]"),
+          FakeModelService::Reply::json(200, R"({"embeddings": []})"),
+          FakeModelService::Reply::text(200, "not json"), FakeModelService::Reply::html(500, 300),
+          FakeModelService::Reply::error(404, "model not found")}) {
+        service.failWith("/api/embed", garbage);
+        const SearchFindings found = library.findings("ramen");
+        EXPECT_EQ(idsOf(found), (std::vector<std::string>{"words"})) << garbage.body;
+        EXPECT_EQ(reasonsOf(found, "words"), std::set<SearchReason>{SearchReason::words});
+    }
+}
+
+TEST_F(LibrarySearch, EvidenceFromWordsLookAndMeaningIsFusedAndKept) {
+    add("both", 1, "ramen broth", axis(0), axis(2)); // words and look
+    add("meant", 2, "unrelated", axis(2), axis(0));  // meaning only
+    for (int i = 0; i < 5; ++i) {                    // the crowd the standouts must beat
+        add("crowd" + std::to_string(i), 10 + i, "crowd", axis(3), axis(3));
+    }
+    answerQuery("ramen broth", axis(0));
+    const SearchFindings found = library.findings("ramen broth");
+    EXPECT_EQ(idsOf(found), (std::vector<std::string>{"both", "meant"}));
+    EXPECT_EQ(reasonsOf(found, "both"), (std::set<SearchReason>{SearchReason::words, SearchReason::look}));
+    EXPECT_EQ(reasonsOf(found, "meant"), std::set<SearchReason>{SearchReason::meaning});
+    EXPECT_TRUE(found.collectionIDs.empty());
+    EXPECT_EQ(found, reference.findings("ramen broth"));
+}
+
+TEST_F(LibrarySearch, OnlyVectorsOfTheLibrarysModelCount) {
+    add("ours", 1, "a", axis(1), axis(1));
+    add("theirs", 2, "b");
+    store.setEmbedding("theirs", "another-model",
+                       {{VectorSpace::look, axis(0)}, {VectorSpace::meaning, axis(0)}});
+    answerQuery("query", axis(0));
+    EXPECT_EQ(idsOf(library.findings("query")), (std::vector<std::string>{"ours"}));
+}
+
+TEST_F(LibrarySearch, RelatedKeepsCapturesFromTheFloorUpClosestFirst) {
+    const auto along = [](float x) { return std::vector<float>{x, 0.5f, 0.0f, 0.0f}; };
+    add("self", 1, "self", std::nullopt, std::vector<float>{1.0f, 0.0f, 0.0f, 0.0f});
+    add("floor", 2, "x", std::nullopt, along(0.76f));      // exactly the floor: related
+    add("below", 3, "x", std::nullopt, along(0.7599999f)); // just below: not related
+    add("close1", 4, "x", std::nullopt, along(0.9f));
+    add("close2", 5, "x", std::nullopt, along(0.9f)); // equal scores keep the store's order
+    add("closest", 6, "x", std::nullopt, along(0.95f));
+    add("bare", 7, "never embedded");
+    add("other", 8, "x");
+    store.setEmbedding("other", "another-model", {{VectorSpace::meaning, along(1.0f)}});
+
+    const auto related = idsOf(library.related("self", 10));
+    ASSERT_EQ(related.size(), 4u);
+    EXPECT_EQ(related.front(), "closest");
+    EXPECT_EQ(related.back(), "floor");
+    EXPECT_EQ(related, idsOf(reference.related("self", 10)));
+    EXPECT_EQ(idsOf(library.related("self", 2)),
+              (std::vector<std::string>(related.begin(), related.begin() + 2)));
+    EXPECT_TRUE(library.related("self", 0).empty());
+    EXPECT_TRUE(library.related("bare", 10).empty());
+    EXPECT_TRUE(library.related("missing", 10).empty());
+    EXPECT_TRUE(service.requests().empty()) << "related asks nothing of the model service";
+}
+
+TEST_F(LibrarySearch, ChangesByAnotherConnectionAreSeenByTheNextSearch) {
+    add("a", 1, "alpha", axis(0), axis(0));
+    add("b", 2, "beta", axis(1), axis(1));
+    answerQuery("query", axis(0));
+    EXPECT_EQ(idsOf(library.findings("query")), (std::vector<std::string>{"a"}));
+    EXPECT_EQ(idsOf(library.related("b", 5)), std::vector<std::string>{});
+
+    // Behind the Library's back: a's vectors go, b turns towards the query, a collection forms.
+    LibraryStore other(directory.path() / "Library");
+    other.deleteCapture("a");
+    other.setEmbedding("b", model, {{VectorSpace::look, axis(0)}, {VectorSpace::meaning, axis(0)}});
+    add("c", 3, "gamma", axis(0), axis(0));
+    EXPECT_EQ(idsOf(library.findings("query")), (std::vector<std::string>{"b", "c"}));
+    EXPECT_EQ(idsOf(library.related("b", 5)), (std::vector<std::string>{"c"}));
+
+    raw.run("UPDATE vectors SET vector = ? WHERE capture_id = 'c'",
+            {Database::Blob(std::vector<std::uint8_t>(16, 0))});
+    EXPECT_EQ(idsOf(library.findings("query")), (std::vector<std::string>{"b"}));
+    EXPECT_EQ(library.findings("query"), reference.findings("query"));
+}
+
+// The kept vectors and memberships answer exactly as reading everything afresh does, through the
+// Library's own writes, another connection's, ties in time and vectors of an unexpected length.
+TEST(LibrarySearchAtScale, AnswersExactlyAsReadingEverythingAfresh) {
+    keepery::testing::TemporaryDirectory directory;
+    LibraryStore store(directory.path() / "Library");
+    keepery::testing::SampleLibraryOptions options;
+    options.captures = 400;
+    options.seed = 7;
+    options.secondsBetween = 0.5;
+    options.collections = 60; // small collections, so rankings complete them
+    const keepery::testing::SampleLibrary sample(options);
+    sample.write(store);
+    // About twenty captures share each kept time, so the listing's order among equals matters.
+    Database((directory.path() / "Library" / "library.sqlite").string())
+        .execute("UPDATE captures SET created_at = CAST(created_at / 10 AS INTEGER) * 10");
+    FakeModelService service;
+    std::vector<std::string> queries;
+    for (std::size_t t = 0; t < 6; ++t) {
+        queries.push_back(sample.topicQuery(t));
+        const auto v = sample.topicVector(t, t % 2 == 0 ? VectorSpace::look : VectorSpace::meaning);
+        service.setEmbedding(EmbeddingText::query(queries.back()), std::vector<double>(v.begin(), v.end()));
+    }
+    queries.push_back("the and of");
+    Library library(store, OllamaClient(service.host()), "vision", options.embeddingModel, Organizer());
+    ReferenceSearch reference(store, OllamaClient(service.host()), options.embeddingModel);
+
+    const auto agree = [&](const char* when) {
+        for (const std::string& query : queries) {
+            const SearchFindings expected = reference.findings(query);
+            EXPECT_EQ(library.findings(query), expected) << when << ": " << query;
+        }
+        for (std::size_t i = 0; i < sample.size(); i += 37) {
+            const std::string id = sample.captureID(i);
+            EXPECT_EQ(library.related(id, 8), reference.related(id, 8)) << when << ": related to " << id;
+        }
+    };
+    agree("fresh");
+    // Two captures of another topic kept in the same second join the collection each query finds first,
+    // so rankings complete collections and the listing's order among equal times decides theirs.
+    std::size_t next = 200;
+    for (std::size_t t = 0; t < 6; ++t) {
+        const SearchFindings found = library.findings(queries[t]);
+        const auto filed = std::find_if(found.hits.begin(), found.hits.end(), [](const SearchHit& hit) {
+            return hit.capture.collectionID.has_value();
+        });
+        for (int added = 0; filed != found.hits.end() && added < 2; ++next) {
+            if (sample.capture(next).topic != t) {
+                library.move(sample.captureID(next), filed->capture.collectionID);
+                ++added;
+            }
+        }
+    }
+    agree("after collections gained members");
+
+    std::size_t withLook = 0;
+    std::size_t completions = 0;
+    for (const auto& query : queries) {
+        for (const SearchHit& hit : library.findings(query).hits) {
+            withLook += hit.reasons.count(SearchReason::look);
+            completions += hit.reasons.count(SearchReason::collection);
+        }
+    }
+    EXPECT_GT(withLook, 0u) << "the queries must exercise the vectors";
+    EXPECT_GT(completions, 0u) << "the queries must complete collections";
+
+    library.deleteCapture(sample.captureID(3));
+    library.move(sample.captureID(5), std::nullopt);
+    agree("after the Library's edits");
+
+    LibraryStore other(directory.path() / "Library");
+    other.deleteCapture(sample.captureID(8));
+    other.setEmbedding(sample.captureID(9), options.embeddingModel,
+                       {{VectorSpace::look, std::vector<float>(5, 0.1f)}});
+    agree("after another connection's writes, with a vector of another length");
+}
+
+} // namespace
