@@ -2,6 +2,7 @@
 
 #include "Store/Database.h"
 #include "Store/LibraryStore.h"
+#include "Understanding/CaptureDescription.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -12,15 +13,8 @@
 
 namespace keepery::testing {
 
-// What the describer hands the store, in the shape the store accepts from any description record.
-struct Described {
-    std::string title{};
-    std::string summary{};
-    CaptureKind kind = CaptureKind::other;
-    std::vector<std::string> tags{};
-    std::vector<std::string> highlights{};
-    std::vector<std::string> links{};
-};
+// What the describer hands the store.
+using Described = CaptureDescription;
 
 // A store in a fresh library directory, and a second connection to the same file for reading and writing
 // rows behind the store's back.

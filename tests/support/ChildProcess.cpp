@@ -10,19 +10,12 @@
 #include <utility>
 
 namespace keepery::testing {
+namespace {
 
-ChildResult runChild(const std::string& program, const std::vector<std::string>& arguments,
-                     const std::map<std::string, std::string>& environment, const std::string& input) {
-    int in[2], out[2], err[2];
-    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
-        throw std::runtime_error("pipe failed");
-    }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-
+// Starts `program` with `arguments` and exactly `environment`, its standard streams arranged by `actions`.
+// Returns its pid, or -1 when it cannot be started.
+pid_t spawn(const std::string& program, const std::vector<std::string>& arguments,
+            const std::map<std::string, std::string>& environment, posix_spawn_file_actions_t& actions) {
     std::vector<std::string> argvStrings{program};
     argvStrings.insert(argvStrings.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
@@ -39,14 +32,31 @@ ChildResult runChild(const std::string& program, const std::vector<std::string>&
         envp.push_back(s.data());
     }
     envp.push_back(nullptr);
-
     pid_t pid = 0;
     const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
+    return spawned == 0 ? pid : -1;
+}
+
+} // namespace
+
+ChildResult runChild(const std::string& program, const std::vector<std::string>& arguments,
+                     const std::map<std::string, std::string>& environment, const std::string& input) {
+    int in[2], out[2], err[2];
+    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
+        throw std::runtime_error("pipe failed");
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+
+    const pid_t pid = spawn(program, arguments, environment, actions);
     close(in[0]);
     close(out[1]);
     close(err[1]);
-    if (spawned != 0) {
+    if (pid < 0) {
         close(in[1]);
         close(out[0]);
         close(err[0]);
@@ -111,23 +121,10 @@ LineChild::LineChild(const std::string& program, const std::map<std::string, std
     posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    std::string programCopy = program;
-    char* argv[] = {programCopy.data(), nullptr};
-    std::vector<std::string> envStrings;
-    for (const auto& [key, value] : environment) {
-        envStrings.push_back(key + "=" + value);
-    }
-    std::vector<char*> envp;
-    for (auto& s : envStrings) {
-        envp.push_back(s.data());
-    }
-    envp.push_back(nullptr);
-    pid_t pid = 0;
-    const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv, envp.data());
-    posix_spawn_file_actions_destroy(&actions);
+    const pid_t pid = spawn(program, {}, environment, actions);
     close(in[0]);
     close(out[1]);
-    if (spawned != 0) {
+    if (pid < 0) {
         close(in[1]);
         close(out[0]);
         throw std::runtime_error("cannot start " + program);

@@ -319,15 +319,29 @@ FakeModelService::FakeModelService(int port) : state_(std::make_unique<State>())
             });
     });
 
-    state.server.Post("/api/generate", [&state, respond, sendJSON](const httplib::Request& request,
-                                                                   httplib::Response& response) {
+    // The body of a generate or embed request, or nothing when the request has been answered already (a
+    // fixed reply, or a body without a model).
+    const auto modelRequest = [&state, respond](const httplib::Request& request,
+                                                httplib::Response& response) -> std::optional<JSON> {
         if (auto fixed = state.admit(request)) {
-            return respond(response, *fixed);
+            respond(response, *fixed);
+            return std::nullopt;
         }
-        const JSON body = JSON::parse(request.body, nullptr, false);
+        JSON body = JSON::parse(request.body, nullptr, false);
         if (!body.is_object() || !body.contains("model") || !body["model"].is_string()) {
-            return respond(response, Reply::error(400, "model is required"));
+            respond(response, Reply::error(400, "model is required"));
+            return std::nullopt;
         }
+        return body;
+    };
+
+    state.server.Post("/api/generate", [&state, modelRequest, sendJSON](const httplib::Request& request,
+                                                                        httplib::Response& response) {
+        const std::optional<JSON> parsed = modelRequest(request, response);
+        if (!parsed) {
+            return;
+        }
+        const JSON& body = *parsed;
         const std::string prompt = body.value("prompt", "");
         sendJSON(response, {{"model", body["model"]},
                             {"created_at", "2024-03-03T17:14:00Z"},
@@ -336,15 +350,13 @@ FakeModelService::FakeModelService(int port) : state_(std::make_unique<State>())
                             {"done_reason", "stop"}});
     });
 
-    state.server.Post("/api/embed", [&state, respond, sendJSON](const httplib::Request& request,
-                                                                httplib::Response& response) {
-        if (auto fixed = state.admit(request)) {
-            return respond(response, *fixed);
+    state.server.Post("/api/embed", [&state, respond, modelRequest, sendJSON](const httplib::Request& request,
+                                                                              httplib::Response& response) {
+        const std::optional<JSON> parsed = modelRequest(request, response);
+        if (!parsed) {
+            return;
         }
-        const JSON body = JSON::parse(request.body, nullptr, false);
-        if (!body.is_object() || !body.contains("model") || !body["model"].is_string()) {
-            return respond(response, Reply::error(400, "model is required"));
-        }
+        const JSON& body = *parsed;
         const JSON input = body.value("input", JSON::array());
         JSON vectors = JSON::array();
         if (input.is_array()) {
