@@ -139,6 +139,13 @@ void run(std::size_t captures) {
         "  straightforward search         %8.1f ms median, %.1f ms p95 (%zu searches): %.0f× slower\n",
         referenceMedian, quantile(straightforward, 0.95), straightforward.size(),
         referenceMedian / warmMedian);
+    // Where a cold search's time goes: the reads the Library keeps between searches.
+    const double lookMs = timed([&] { (void)store.vectorRows(options.embeddingModel, VectorSpace::look); });
+    const double meaningMs =
+        timed([&] { (void)store.vectorRows(options.embeddingModel, VectorSpace::meaning); });
+    const double membersMs = timed([&] { (void)store.memberships(Library::membershipListing); });
+    std::printf("  cold reads: look vectors %.0f ms, meaning vectors %.0f ms, memberships %.0f ms\n", lookMs,
+                meaningMs, membersMs);
     std::printf("  memory: %.0f MB resident (%.0f MB more than before the Library), peak %.0f MB\n", rssAfter,
                 rssAfter - rssBefore, statusMB("VmHWM"));
 }
