@@ -250,4 +250,16 @@ TEST_F(Tools, AFailingStoreIsReportedAsAnAnswerKeeperyCouldNotGive) {
         << reply.dump();
 }
 
+TEST_F(Tools, BytesThatAreNotUTF8AreShownAsReplacementCharacters) {
+    store.insert(screen("bad", march3));
+    raw.run("UPDATE captures SET title = CAST(X'52616D656EFF21' AS TEXT) WHERE id = 'bad'");
+    const auto line = server.handle(
+        R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":"get_capture","arguments":{"id":"bad"}}})");
+    ASSERT_TRUE(line.has_value()) << "a reply is always written";
+    const auto reply = json::parse(*line);
+    EXPECT_TRUE(
+        reply["result"]["content"][0]["text"].get<std::string>().starts_with("Ramen\uFFFD! — Screens\n"))
+        << *line;
+}
+
 } // namespace

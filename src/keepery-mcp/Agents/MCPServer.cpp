@@ -38,9 +38,11 @@ json textContent(const std::string& text, bool isError) {
     return json{{"content", json::array({json{{"type", "text"}, {"text", text}}})}, {"isError", isError}};
 }
 
+// Text another program stored may hold bytes that are not UTF-8; they are written as U+FFFD, as a string
+// read from the database would show them, rather than losing the reply.
 std::optional<std::string> serialise(const json& reply) {
     try {
-        return reply.dump();
+        return reply.dump(-1, ' ', false, json::error_handler_t::replace);
     } catch (const json::exception&) {
         return std::nullopt;
     }
