@@ -63,9 +63,9 @@ before(async () => {
   home = mkdtempSync(join(tmpdir(), "keepery-e2e-"));
   const root = join(home, ".local", "share", "Keepery");
   mkdirSync(root, { recursive: true });
-  const spec = join(home, "library.json");
-  writeFileSync(spec, JSON.stringify(library));
-  const seeded = spawnSync(seedLibrary, [root, spec], { encoding: "utf8" });
+  const description = join(home, "library.json");
+  writeFileSync(description, JSON.stringify(library));
+  const seeded = spawnSync(seedLibrary, [root, description], { encoding: "utf8" });
   assert.equal(seeded.status, 0, seeded.stderr);
 
   const port = await startModelService();
