@@ -17,8 +17,6 @@ namespace {
 
 class LibraryEdits : public keepery::testing::StoreTest {
 protected:
-    LibraryEdits() { MainQueue::shared().bindToCurrentThread(); }
-
     // Runs `edit` on a thread of its own while this thread serves as the main thread. Returns the threads
     // the callback ran on; fails the test when the edit returned before its callback had.
     std::vector<std::thread::id> announcementsOf(const std::function<void()>& edit) {
@@ -34,7 +32,7 @@ protected:
             return callbackReturned.load();
         });
         while (done.wait_for(0ms) != std::future_status::ready) {
-            MainQueue::shared().drainFor(10ms);
+            mainQueue.drainFor(10ms);
         }
         EXPECT_TRUE(done.get()) << "the edit returned before its announcement had run";
         return ran;
@@ -52,7 +50,9 @@ protected:
         return !raw.query("SELECT 1 AS found FROM collections WHERE id = ?", {id}).empty();
     }
 
-    Library library{store, OllamaClient("http://127.0.0.1:1"), "vision", "embedding", Organizer()};
+    MainQueue mainQueue;
+    Library library{{.store = store, .client = OllamaClient("http://127.0.0.1:1"), .mainQueue = &mainQueue},
+                    {.visionModel = "vision", .embeddingModel = "embedding"}};
 };
 
 TEST_F(LibraryEdits, EveryEditAnnouncesOnceOnTheMainThreadAndWaitsForIt) {
@@ -149,7 +149,7 @@ TEST_F(LibraryEdits, RenamingRecordsTheMemberCountAndMarksTheNameAsTheUsers) {
     EXPECT_EQ(row[0].at("user_named").asInt(), 1);
 
     // The namer's later rename keeps the user's mark.
-    store.renameCollection("c1", "Auto", "🤖", 9, /*byUser=*/false);
+    store.renameCollection("c1", "Auto", "🤖", 9, LibraryStore::NamedBy::namer);
     EXPECT_EQ(raw.query("SELECT user_named FROM collections WHERE id = 'c1'")[0].at("user_named").asInt(), 1);
 
     const auto before = raw.query("SELECT * FROM collections");

@@ -3,18 +3,15 @@
 #include "Store/StoreTesting.h"
 
 #include <bit>
-#include <chrono>
 #include <cmath>
 #include <limits>
 
 namespace keepery::testing {
 namespace {
 
-using Collections = StoreTest;
+using namespace std::chrono_literals;
 
-Instant wallClock() {
-    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
+using Collections = StoreTest;
 
 std::vector<std::string> names(const std::vector<CaptureCollection>& collections) {
     std::vector<std::string> out;
@@ -53,7 +50,7 @@ TEST_F(Collections, MovingFilesOnlyWhileSettingAlsoFinishesProcessing) {
     store.insertCollection({"c", "C", "", 1, 1, 0, 0, false});
     store.insert(screen("a", 1));
     store.setRead("a", "text", std::nullopt);
-    store.recordFailure("a", "still failing", 60, 100);
+    store.recordFailure("a", "still failing", 60s, 100);
 
     store.moveCapture("a", "c");
     Capture moved = *store.capture("a");
@@ -75,28 +72,28 @@ TEST_F(Collections, RenamesStampTheTimeAndKeepTheUsersMark) {
     store.insertCollection({"auto", "Untitled", "", 1, 1, 0, 0, false});
     store.insertCollection({"mine", "Mine", "", 1, 2, 0, 0, false});
 
-    const Instant before = wallClock();
-    store.renameCollection("auto", "Ramen Spots", "\U0001F35C", 4, false);
-    const Instant after = wallClock();
+    store.renameCollection("auto", "Ramen Spots", "\U0001F35C", 4, LibraryStore::NamedBy::namer);
     auto renamed = store.collections().front();
     EXPECT_EQ(renamed.id, "auto");
     EXPECT_EQ(renamed.name, "Ramen Spots");
     EXPECT_EQ(renamed.emoji, "\U0001F35C");
     EXPECT_EQ(renamed.namedAtCount, 4);
     EXPECT_FALSE(renamed.userNamed);
-    EXPECT_GE(renamed.updatedAt, before);
-    EXPECT_LE(renamed.updatedAt, after);
+    EXPECT_EQ(renamed.updatedAt, clock.secondsSince1970());
 
-    store.renameCollection("mine", "My Name", "\u2B50", 1, true);
+    clock.advance(1min);
+    store.renameCollection("mine", "My Name", "\u2B50", 1, LibraryStore::NamedBy::user);
     EXPECT_TRUE(store.collections().front().userNamed);
-    store.renameCollection("mine", "Namer's Name", "\u2728", 9, false);
+    store.renameCollection("mine", "Namer's Name", "\u2728", 9, LibraryStore::NamedBy::namer);
     auto mine = store.collections().front();
     EXPECT_EQ(mine.name, "Namer's Name");
     EXPECT_TRUE(mine.userNamed) << "a rename by the namer never clears the user's mark";
 
+    clock.advance(1h);
     store.touchCollection("auto");
     EXPECT_EQ(store.collections().front().id, "auto");
-    EXPECT_NO_THROW(store.renameCollection("ghost", "x", "", 0, true));
+    EXPECT_EQ(store.collections().front().updatedAt, clock.secondsSince1970());
+    EXPECT_NO_THROW(store.renameCollection("ghost", "x", "", 0, LibraryStore::NamedBy::user));
 }
 
 using Vectors = StoreTest;

@@ -1,5 +1,7 @@
 #include "Store/LibraryStore.h"
 
+#include "support/EnvironmentOverride.h"
+#include "support/FakeFiles.h"
 #include "support/TemporaryDirectory.h"
 
 #include <cstdlib>
@@ -171,6 +173,12 @@ TEST(LibraryStoreSchema, AFileWhereTheDirectoryShouldBeFailsWithTheFileSystemErr
     keepery::testing::TemporaryDirectory dir;
     std::ofstream(dir / "Keepery") << "not a directory";
     EXPECT_THROW(LibraryStore store(dir / "Keepery"), std::filesystem::filesystem_error);
+    // A directory that fails half way stops the opening before any database exists.
+    keepery::testing::FakeFiles files;
+    files.failNext(keepery::testing::FakeFiles::Operation::createDirectories, dir / "lib2" / "thumbs");
+    EXPECT_THROW(LibraryStore store(dir / "lib2", Clock::system(), files), std::filesystem::filesystem_error);
+    EXPECT_TRUE(std::filesystem::exists(dir / "lib2" / "captures"));
+    EXPECT_FALSE(std::filesystem::exists(dir / "lib2" / "library.sqlite"));
     // A directory where the database file should be fails in the access layer.
     std::filesystem::create_directories(dir / "lib" / "library.sqlite");
     EXPECT_THROW(LibraryStore store(dir / "lib"), Database::Failure);
@@ -193,16 +201,11 @@ TEST(LibraryStoreSchema, FileLocationsArePureFunctionsOfTheRoot) {
 }
 
 TEST(LibraryStoreSchema, TheDefaultRootFollowsTheDataHome) {
-    const char* saved = std::getenv("XDG_DATA_HOME");
-    const std::string previous = saved != nullptr ? saved : "";
-    setenv("XDG_DATA_HOME", "/data/home", 1);
-    EXPECT_EQ(LibraryStore::defaultRoot(), std::filesystem::path("/data/home/Keepery"));
-    setenv("XDG_DATA_HOME", "relative/ignored", 1);
-    EXPECT_EQ(LibraryStore::defaultRoot().filename(), "Keepery");
-    EXPECT_EQ(LibraryStore::defaultRoot().parent_path().filename(), "share");
-    if (saved != nullptr) {
-        setenv("XDG_DATA_HOME", previous.c_str(), 1);
-    } else {
-        unsetenv("XDG_DATA_HOME");
+    {
+        keepery::testing::EnvironmentOverride env{{"XDG_DATA_HOME", "/data/home"}};
+        EXPECT_EQ(LibraryStore::defaultRoot(), std::filesystem::path("/data/home/Keepery"));
     }
+    keepery::testing::EnvironmentOverride env{{"XDG_DATA_HOME", "relative/ignored"},
+                                              {"HOME", "/home/someone"}};
+    EXPECT_EQ(LibraryStore::defaultRoot(), std::filesystem::path("/home/someone/.local/share/Keepery"));
 }

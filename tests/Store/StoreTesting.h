@@ -3,6 +3,8 @@
 #include "Store/Database.h"
 #include "Store/LibraryStore.h"
 #include "Understanding/CaptureDescription.h"
+#include "support/FakeClock.h"
+#include "support/FakeFiles.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -16,12 +18,12 @@ namespace keepery::testing {
 // What the describer hands the store.
 using Described = CaptureDescription;
 
-// A store in a fresh library directory, and a second connection to the same file for reading and writing
-// rows behind the store's back.
+// A store in a fresh library directory on a clock and files the test controls, and a second connection to
+// the same file for reading and writing rows behind the store's back.
 class StoreTest : public ::testing::Test {
 protected:
     StoreTest()
-        : store(directory.path() / "Library"),
+        : store(directory.path() / "Library", clock, files),
           raw((directory.path() / "Library" / "library.sqlite").string()) {}
 
     static Capture screen(std::string id, Instant createdAt, std::string app = "Safari",
@@ -65,6 +67,8 @@ protected:
     }
 
     TemporaryDirectory directory;
+    FakeClock clock;
+    FakeFiles files;
     LibraryStore store;
     Database raw;
 };

@@ -67,7 +67,7 @@ void LibraryStore::setEmbedding(const std::string& id, const std::string& model,
                     {id, space.rawValue(), model, static_cast<std::int64_t>(vector.size()), blob(vector)});
         }
         db_.run("UPDATE captures SET stage = ?, attempts = 0, last_error = NULL WHERE id = ?",
-                {"embedded", id});
+                {stageText(CaptureStage::embedded), id});
     });
 }
 
