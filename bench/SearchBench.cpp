@@ -79,8 +79,9 @@ void run(std::size_t captures) {
         service.setEmbedding(EmbeddingText::query(queries.back()), std::vector<double>(v.begin(), v.end()));
     }
     const auto makeLibrary = [&] {
-        return std::make_unique<Library>(store, OllamaClient(service.host()), "unused",
-                                         options.embeddingModel, Organizer());
+        return std::make_unique<Library>(
+            Library::Services{.store = store, .client = OllamaClient(service.host())},
+            Library::Options{.visionModel = "unused", .embeddingModel = options.embeddingModel});
     };
     keepery::testing::ReferenceSearch reference(store, OllamaClient(service.host()), options.embeddingModel);
 

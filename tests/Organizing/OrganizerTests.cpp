@@ -166,8 +166,8 @@ TEST(Organizer, FormsWithTheClosestUnsortedCapturesMostSimilarFirst) {
     EXPECT_EQ(organizer.decide(query, {}, odd), Decision::form({"self"}, 1.0f));
 
     // A cap of zero never forms; a cap of one keeps only the closest.
-    EXPECT_EQ(Organizer(0.8f, 0.79f, 0).decide(query, {}, mixed), Decision::stayUnsorted());
-    EXPECT_EQ(Organizer(0.8f, 0.79f, 1).decide(query, {}, mixed), Decision::form({"b"}, 0.93f));
+    EXPECT_EQ(Organizer({.maxFormMembers = 0}).decide(query, {}, mixed), Decision::stayUnsorted());
+    EXPECT_EQ(Organizer({.maxFormMembers = 1}).decide(query, {}, mixed), Decision::form({"b"}, 0.93f));
 }
 
 TEST(Organizer, JoinAgreesWithTheSharedCentroidOnRandomGroups) {
@@ -177,7 +177,7 @@ TEST(Organizer, JoinAgreesWithTheSharedCentroidOnRandomGroups) {
     std::mt19937 random(7);
     std::normal_distribution<float> component;
     std::uniform_int_distribution<int> shape(0, 9);
-    const Organizer anything(-2, -2, 12);
+    const Organizer anything({.join = -2, .form = -2});
     for (int round = 0; round < 200; ++round) {
         const auto vector = [&](std::size_t dimension) {
             std::vector<float> v(dimension);
@@ -239,9 +239,7 @@ TEST(Organizer, RenamesAnAutomaticNameOnceTheCollectionHasDoubled) {
 }
 
 TEST(Organizer, RunsWithTheEngineThresholdsAndRejectsANegativeCap) {
-    EXPECT_EQ(Organizer(), Organizer(0.8f, 0.79f, 12));
-    EXPECT_EQ(Organizer::defaultJoin, 0.8f);
-    EXPECT_EQ(Organizer::defaultForm, 0.79f);
-    EXPECT_LT(Organizer::defaultForm, Organizer::defaultJoin);
-    EXPECT_THROW(Organizer(0.8f, 0.79f, -1), std::invalid_argument);
+    EXPECT_EQ(Organizer().thresholds,
+              (Organizer::Thresholds{.join = 0.8f, .form = 0.79f, .maxFormMembers = 12}));
+    EXPECT_THROW(Organizer({.maxFormMembers = -1}), std::invalid_argument);
 }
