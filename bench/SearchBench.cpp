@@ -23,11 +23,11 @@
 #include <vector>
 
 using namespace keepery;
-using Clock = std::chrono::steady_clock;
+using SteadyClock = std::chrono::steady_clock;
 
 namespace {
 
-double milliseconds(Clock::duration d) {
+double milliseconds(SteadyClock::duration d) {
     return std::chrono::duration<double, std::milli>(d).count();
 }
 
@@ -42,9 +42,9 @@ double quantile(std::vector<double> values, double q) {
 }
 
 double timed(const std::function<void()>& body) {
-    const auto start = Clock::now();
+    const auto start = SteadyClock::now();
     body();
-    return milliseconds(Clock::now() - start);
+    return milliseconds(SteadyClock::now() - start);
 }
 
 // A field of /proc/self/status in MB ("VmRSS", "VmHWM").

@@ -132,10 +132,10 @@ TEST_F(Vectors, RoundTripBitForBitAsLittleEndianFloats) {
     auto read = store.vector("a", VectorSpace::look);
     ASSERT_TRUE(read);
     EXPECT_EQ(bits(*read), bits(look));
-    auto all = store.vectors("nomic-embed-text", VectorSpace::look);
+    auto all = store.vectorRows("nomic-embed-text", VectorSpace::look);
     ASSERT_EQ(all.size(), 1u);
-    EXPECT_EQ(all[0].id, "a");
-    EXPECT_EQ(bits(all[0].vector), bits(look));
+    EXPECT_EQ(all.ids[0], "a");
+    EXPECT_EQ(bits({all.row(0).begin(), all.row(0).end()}), bits(look));
 }
 
 TEST_F(Vectors, OneVectorPerSpaceAndModelsKeptApart) {
@@ -151,14 +151,10 @@ TEST_F(Vectors, OneVectorPerSpaceAndModelsKeptApart) {
     EXPECT_EQ(store.vector("b", VectorSpace::meaning), std::nullopt);
     EXPECT_EQ(rowsNaming("vectors", "capture_id", "a"), 2);
 
-    auto newLooks = store.vectors("new-model", VectorSpace::look);
-    ASSERT_EQ(newLooks.size(), 1u);
-    EXPECT_EQ(newLooks[0].id, "a");
-    auto oldLooks = store.vectors("old-model", VectorSpace::look);
-    ASSERT_EQ(oldLooks.size(), 1u);
-    EXPECT_EQ(oldLooks[0].id, "b");
-    EXPECT_EQ(store.vectors("old-model", VectorSpace::meaning).size(), 1u);
-    EXPECT_TRUE(store.vectors("other", VectorSpace::look).empty());
+    EXPECT_EQ(store.vectorRows("new-model", VectorSpace::look).ids, std::vector<std::string>{"a"});
+    EXPECT_EQ(store.vectorRows("old-model", VectorSpace::look).ids, std::vector<std::string>{"b"});
+    EXPECT_EQ(store.vectorRows("old-model", VectorSpace::meaning).size(), 1u);
+    EXPECT_EQ(store.vectorRows("other", VectorSpace::look).size(), 0u);
 }
 
 TEST_F(Vectors, OddBlobsReadAsWholeFloatsOnly) {
@@ -173,8 +169,9 @@ TEST_F(Vectors, OddBlobsReadAsWholeFloatsOnly) {
     EXPECT_EQ(store.vector("a", VectorSpace::look), (std::vector<float>{1, 2})) << "dim is not consulted";
     EXPECT_EQ(store.vector("b", VectorSpace::look), std::vector<float>{});
     EXPECT_EQ(store.vector("c", VectorSpace::look), std::nullopt);
-    auto all = store.vectors("m", VectorSpace::look);
+    const auto all = store.vectorRows("m", VectorSpace::look);
     EXPECT_EQ(all.size(), 2u) << "a row whose vector is not a BLOB is skipped";
+    EXPECT_EQ(all.floats.size(), 2u) << "whole floats only";
 }
 
 } // namespace

@@ -166,15 +166,9 @@ public:
     // The capture's vector in `space`, of whichever model made it; absent when there is none.
     [[nodiscard]] std::optional<std::vector<float>> vector(const std::string& id, VectorSpace space);
 
-    struct StoredVector {
-        std::string id;
-        std::vector<float> vector;
-    };
-    // Every vector of `model` in `space`, in no particular order.
-    [[nodiscard]] std::vector<StoredVector> vectors(const std::string& model, VectorSpace space);
-
-    // Every vector of `model` in `space` as one block: the same rows as `vectors` in the same order, the
-    // floats of row i at [starts[i], starts[i + 1]) of `floats`.
+    // Every vector of `model` in `space` as one block, in no particular order: the floats of row i at
+    // [starts[i], starts[i + 1]) of `floats`. Rows whose id is not text or whose vector is not a BLOB are
+    // skipped; a BLOB's trailing bytes that make no whole float are ignored.
     struct VectorRows {
         std::vector<std::string> ids;
         std::vector<std::size_t> starts{0};
