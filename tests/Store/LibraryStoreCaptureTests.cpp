@@ -325,16 +325,9 @@ TEST_F(CaptureWrites, CapturesByIdComeBackInTheOrderAsked) {
     store.insert(screen("a", 1));
     store.insert(screen("b", 2));
     store.insert(screen("c", 3));
-    auto ids = [](const std::vector<Capture>& captures) {
-        std::vector<std::string> out;
-        for (const auto& c : captures) {
-            out.push_back(c.id);
-        }
-        return out;
-    };
-    EXPECT_EQ(ids(store.captures(std::vector<std::string>{"b", "a", "missing"})),
+    EXPECT_EQ(idsOf(store.captures(std::vector<std::string>{"b", "a", "missing"})),
               (std::vector<std::string>{"b", "a"}));
-    EXPECT_EQ(ids(store.captures(std::vector<std::string>{"a", "c", "a"})),
+    EXPECT_EQ(idsOf(store.captures(std::vector<std::string>{"a", "c", "a"})),
               (std::vector<std::string>{"a", "c", "a"}));
     EXPECT_TRUE(store.captures(std::vector<std::string>{}).empty());
 }
@@ -349,13 +342,7 @@ TEST_F(CaptureWrites, PendingHonoursTheNextAttemptToTheSecond) {
     const Instant now = 1'700'000'000;
     store.recordFailure("waiting", "later", 1s, now);
 
-    auto ids = [&](Instant at, std::int64_t limit) {
-        std::vector<std::string> out;
-        for (const auto& c : store.pending(at, limit)) {
-            out.push_back(c.id);
-        }
-        return out;
-    };
+    auto ids = [&](Instant at, std::int64_t limit) { return idsOf(store.pending(at, limit)); };
     EXPECT_EQ(ids(now, 10), (std::vector<std::string>{"old", "new"}));
     EXPECT_EQ(ids(now + 0.999, 10), (std::vector<std::string>{"old", "new"}));
     EXPECT_EQ(ids(now + 1, 10), (std::vector<std::string>{"old", "waiting", "new"}));

@@ -13,14 +13,6 @@ using namespace std::chrono_literals;
 
 using Collections = StoreTest;
 
-std::vector<std::string> names(const std::vector<CaptureCollection>& collections) {
-    std::vector<std::string> out;
-    for (const auto& c : collections) {
-        out.push_back(c.name);
-    }
-    return out;
-}
-
 TEST_F(Collections, ListingCountsMembersAndPutsTheLatestUpdateFirst) {
     store.insertCollection({"old", "Old", "\U0001F4DA", 100, 100, 0, 3, false});
     store.insertCollection({"new", "New", "\U0001F35C", 200, 300, 0, 0, true});
@@ -33,7 +25,7 @@ TEST_F(Collections, ListingCountsMembersAndPutsTheLatestUpdateFirst) {
 
     auto listed = store.collections();
     ASSERT_EQ(listed.size(), 3u);
-    EXPECT_EQ(names(listed), (std::vector<std::string>{"New", "Mid", "Old"}));
+    EXPECT_EQ(idsOf(listed), (std::vector<std::string>{"new", "mid", "old"}));
     EXPECT_EQ(listed[0], (CaptureCollection{"new", "New", "\U0001F35C", 200, 300, 1, 0, true}));
     EXPECT_EQ(listed[1].count, 0) << "a collection without members is listed with count 0";
     EXPECT_EQ(listed[2], (CaptureCollection{"old", "Old", "\U0001F4DA", 100, 100, 2, 3, false}));
@@ -42,7 +34,7 @@ TEST_F(Collections, ListingCountsMembersAndPutsTheLatestUpdateFirst) {
     store.moveCapture("c", std::nullopt);
     EXPECT_EQ(store.collections()[0].count, 0);
     store.dropEmptyCollections();
-    EXPECT_EQ(names(store.collections()), std::vector<std::string>{"Old"});
+    EXPECT_EQ(idsOf(store.collections()), std::vector<std::string>{"old"});
     EXPECT_EQ(store.capture("a")->collectionID, "old");
 }
 

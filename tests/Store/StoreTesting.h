@@ -18,6 +18,16 @@ namespace keepery::testing {
 // What the describer hands the store.
 using Described = CaptureDescription;
 
+// The ids of captures or collections, in their order.
+template <typename Records>
+std::vector<std::string> idsOf(const Records& records) {
+    std::vector<std::string> ids;
+    for (const auto& record : records) {
+        ids.push_back(record.id);
+    }
+    return ids;
+}
+
 // A store in a fresh library directory on a clock and files the test controls, and a second connection to
 // the same file for reading and writing rows behind the store's back.
 class StoreTest : public ::testing::Test {
