@@ -22,7 +22,7 @@ using namespace keepery;
 namespace {
 
 const char* const passage =
-    "Every morning the harbour wakes up before the town does. The fishing boats come back with the tide, "
+    "Every morning the harbor wakes up before the town does. The fishing boats come back with the tide, "
     "and the men carry their boxes up the stone steps to the market hall. By seven o'clock the cafes open "
     "their shutters and the smell of fresh bread drifts along the water. Children walk to school in small "
     "groups, talking about football and homework and the weekend. Later in the day the tourists arrive on "

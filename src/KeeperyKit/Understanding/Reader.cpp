@@ -103,6 +103,18 @@ struct Gray {
     int height = 0;
 };
 
+// The pixels of a one-band 8-bit image, computed now.
+Gray pixelsOf(const vips::VImage& image) {
+    Gray gray;
+    gray.width = image.width();
+    gray.height = image.height();
+    std::size_t size = 0;
+    std::unique_ptr<void, decltype(&g_free)> memory(image.write_to_memory(&size), &g_free);
+    const auto* begin = static_cast<const std::uint8_t*>(memory.get());
+    gray.pixels.assign(begin, begin + size);
+    return gray;
+}
+
 // The first image of the bytes as 8-bit gray, transparency laid on white.
 Gray decode(std::span<const std::uint8_t> bytes) {
     if (bytes.empty()) {
@@ -121,14 +133,7 @@ Gray decode(std::span<const std::uint8_t> bytes) {
         if (image.bands() > 1) {
             image = image.extract_band(0);
         }
-        Gray gray;
-        gray.width = image.width();
-        gray.height = image.height();
-        std::size_t size = 0;
-        std::unique_ptr<void, decltype(&g_free)> memory(image.write_to_memory(&size), &g_free);
-        const auto* begin = static_cast<const std::uint8_t*>(memory.get());
-        gray.pixels.assign(begin, begin + size);
-        return gray;
+        return pixelsOf(image);
     } catch (const vips::VError&) {
         vips_error_clear();
         throw Failure::corruptFile();
@@ -194,15 +199,7 @@ Gray enlarged(const Gray& gray, double scale) {
     vips::VImage image =
         vips::VImage::new_from_memory(const_cast<std::uint8_t*>(gray.pixels.data()), gray.pixels.size(),
                                       gray.width, gray.height, 1, VIPS_FORMAT_UCHAR);
-    image = image.resize(scale, vips::VImage::option()->set("kernel", VIPS_KERNEL_CUBIC));
-    Gray result;
-    result.width = image.width();
-    result.height = image.height();
-    std::size_t size = 0;
-    std::unique_ptr<void, decltype(&g_free)> memory(image.write_to_memory(&size), &g_free);
-    const auto* begin = static_cast<const std::uint8_t*>(memory.get());
-    result.pixels.assign(begin, begin + size);
-    return result;
+    return pixelsOf(image.resize(scale, vips::VImage::option()->set("kernel", VIPS_KERNEL_CUBIC)));
 }
 
 void appendLines(tesseract::TessBaseAPI& api, std::string& text) {
