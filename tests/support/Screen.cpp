@@ -1,0 +1,169 @@
+#include "support/Screen.h"
+
+#include "Platform/VipsRuntime.h"
+
+#include <vips/vips8>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace keepery::testing {
+
+struct Screen::Pixels {
+    vips::VImage image;
+};
+
+namespace {
+
+std::string escaped(const std::string& text) {
+    std::string out;
+    for (char c : text) {
+        switch (c) {
+        case '&':
+            out += "&amp;";
+            break;
+        case '<':
+            out += "&lt;";
+            break;
+        case '>':
+            out += "&gt;";
+            break;
+        default:
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::vector<double> vector(const Colour& colour) {
+    return {colour[0], colour[1], colour[2]};
+}
+
+// The text's coverage mask, one band, 0 to 255. Pango sizes fonts in points: at 72 dots per inch a point
+// is a pixel.
+vips::VImage mask(const std::string& line, const TextStyle& style) {
+    VipsRuntime::ensureStarted();
+    const std::string font = style.font + " " + std::to_string(style.pixels);
+    return vips::VImage::text(escaped(line).c_str(),
+                              vips::VImage::option()->set("font", font.c_str())->set("dpi", 72));
+}
+
+std::vector<std::uint8_t> bytes(VipsBlob* blob) {
+    std::size_t size = 0;
+    const auto* data = static_cast<const std::uint8_t*>(vips_blob_get(blob, &size));
+    std::vector<std::uint8_t> result(data, data + size);
+    vips_area_unref(VIPS_AREA(blob));
+    return result;
+}
+
+} // namespace
+
+Screen::Screen(int width, int height, Colour ground) : pixels_(std::make_unique<Pixels>()) {
+    VipsRuntime::ensureStarted();
+    pixels_->image = vips::VImage::black(width, height, vips::VImage::option()->set("bands", 3))
+                         .new_from_image(vector(ground))
+                         .copy_memory();
+}
+
+Screen::~Screen() = default;
+Screen::Screen(Screen&&) noexcept = default;
+Screen& Screen::operator=(Screen&&) noexcept = default;
+
+int Screen::width() const {
+    return pixels_->image.width();
+}
+
+int Screen::height() const {
+    return pixels_->image.height();
+}
+
+void Screen::fill(int x, int y, int width, int height, Colour colour) {
+    pixels_->image.draw_rect(vector(colour), x, y, width, height, vips::VImage::option()->set("fill", true));
+}
+
+void Screen::draw(const std::string& line, int x, int y, const TextStyle& style) {
+    if (line.empty()) {
+        return;
+    }
+    vips::VImage coverage = mask(line, style);
+    const int width = std::min(coverage.width(), this->width() - x);
+    const int height = std::min(coverage.height(), this->height() - y);
+    if (width <= 0 || height <= 0) {
+        return;
+    }
+    coverage = coverage.crop(0, 0, width, height);
+    const vips::VImage drawn = coverage.ifthenelse(vector(style.ink), vector(style.ground),
+                                                   vips::VImage::option()->set("blend", true));
+    pixels_->image.draw_image(drawn.cast(VIPS_FORMAT_UCHAR), x, y);
+}
+
+int Screen::measure(const std::string& line, const TextStyle& style) {
+    return line.empty() ? 0 : mask(line, style).width();
+}
+
+std::vector<std::string> Screen::wrap(const std::vector<std::string>& words, std::size_t& next,
+                                      const TextStyle& style, int width, std::size_t maxLines) {
+    // A first guess from the width of an average character saves measuring every prefix.
+    const std::string sample = "The quick brown fox jumps over the lazy dog, 1234567890.";
+    const double perCharacter =
+        static_cast<double>(measure(sample, style)) / static_cast<double>(sample.size());
+    const auto fits = static_cast<std::size_t>(std::max(1.0, width / perCharacter));
+    std::vector<std::string> lines;
+    while (next < words.size() && lines.size() < maxLines) {
+        std::vector<std::string> taken;
+        std::size_t length = 0;
+        std::size_t i = next;
+        while (i < words.size() && (taken.empty() || length + 1 + words[i].size() <= fits)) {
+            length += (taken.empty() ? 0 : 1) + words[i].size();
+            taken.push_back(words[i++]);
+        }
+        auto joined = [&] {
+            std::string line;
+            for (const std::string& word : taken) {
+                line += (line.empty() ? "" : " ") + word;
+            }
+            return line;
+        };
+        std::string line = joined();
+        while (taken.size() > 1 && measure(line, style) > width) {
+            taken.pop_back();
+            line = joined();
+        }
+        next += taken.size();
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::vector<std::uint8_t> Screen::encode(const std::string& suffix) const {
+    if (suffix == ".png") {
+        return bytes(pixels_->image.pngsave_buffer());
+    }
+    if (suffix == ".jpg") {
+        return bytes(pixels_->image.jpegsave_buffer(vips::VImage::option()->set("Q", 90)));
+    }
+    return encodePages({this}, suffix);
+}
+
+std::vector<std::uint8_t> Screen::encodePages(const std::vector<const Screen*>& pages,
+                                              const std::string& suffix) {
+    if (pages.empty()) {
+        throw std::invalid_argument("no pages");
+    }
+    std::vector<vips::VImage> images;
+    for (const Screen* page : pages) {
+        images.push_back(page->pixels_->image);
+    }
+    vips::VImage joined = vips::VImage::arrayjoin(images, vips::VImage::option()->set("across", 1)).copy();
+    joined.set("page-height", pages.front()->height());
+    if (suffix == ".gif") {
+        joined.set("delay", std::vector<int>(pages.size(), 100));
+        return bytes(joined.gifsave_buffer());
+    }
+    if (suffix == ".tif") {
+        return bytes(joined.tiffsave_buffer());
+    }
+    throw std::invalid_argument("unknown suffix " + suffix);
+}
+
+} // namespace keepery::testing
