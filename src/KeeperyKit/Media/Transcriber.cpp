@@ -220,7 +220,7 @@ std::optional<std::string> recognise(const fs::path& audio, const ModelFiles& mo
 class TemporaryFile {
 public:
     explicit TemporaryFile(fs::path path) : path_(std::move(path)) {}
-    ~TemporaryFile() { Files::removeQuietly(path_); }
+    ~TemporaryFile() { Files::local().removeQuietly(path_); }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
