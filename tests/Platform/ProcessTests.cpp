@@ -1,0 +1,130 @@
+#include "Platform/Process.h"
+
+#include "support/FakeProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace keepery::testing {
+namespace {
+
+using namespace std::chrono_literals;
+using Reason = Process::Failure::Reason;
+
+Process::Failure::Reason failureOf(Process& process, const std::vector<std::string>& arguments,
+                                   std::chrono::milliseconds timeout = 10s) {
+    try {
+        (void)process.run(arguments, timeout);
+    } catch (const Process::Failure& failure) {
+        return failure.reason();
+    }
+    ADD_FAILURE() << arguments.front() << " did not fail";
+    return Reason::cannotStart;
+}
+
+TEST(Process, ReportsHowAProgramEnded) {
+    auto& process = Process::system();
+    EXPECT_TRUE(process.run({"true"}, 10s).succeeded());
+
+    const auto failed = process.run({"false"}, 10s);
+    EXPECT_FALSE(failed.succeeded());
+    EXPECT_EQ(failed.exitStatus, 1);
+    EXPECT_EQ(failed.signal, 0);
+
+    const auto status = process.run({"sh", "-c", "echo problem >&2; exit 7"}, 10s);
+    EXPECT_EQ(status.exitStatus, 7);
+    EXPECT_EQ(status.standardError, "problem\n");
+
+    const auto killed = process.run({"sh", "-c", "kill -TERM $$"}, 10s);
+    EXPECT_EQ(killed.signal, SIGTERM);
+    EXPECT_FALSE(killed.succeeded());
+}
+
+TEST(Process, PassesArgumentsVerbatimWithoutAShell) {
+    const auto echoed =
+        Process::system().run({"printf", "%s|%s|%s", "$(touch /tmp/x); rm", "two words", "*"}, 10s);
+    EXPECT_EQ(echoed.standardOutput, "$(touch /tmp/x); rm|two words|*");
+    // Standard input is empty rather than the test's own.
+    EXPECT_EQ(Process::system().run({"cat"}, 10s).standardOutput, "");
+}
+
+TEST(Process, CollectsMuchOutputOnBothStreamsWithoutDeadlock) {
+    // Far beyond a pipe's buffer on each stream, written interleaved: a reader that drained one stream
+    // before the other would hang here.
+    const auto result = Process::system().run(
+        {"sh", "-c",
+         "i=0; while [ $i -lt 40 ]; do head -c 50000 /dev/zero; head -c 30000 /dev/zero >&2; "
+         "i=$((i+1)); done"},
+        60s);
+    ASSERT_TRUE(result.succeeded());
+    EXPECT_EQ(result.standardOutput.size(), 2'000'000u);
+    EXPECT_EQ(result.standardError.size(), 1'200'000u);
+    EXPECT_EQ(Process::system().run({"head", "-c", "3000000", "/dev/urandom"}, 60s).standardOutput.size(),
+              3'000'000u);
+}
+
+TEST(Process, StopsAProgramAtItsTimeOutAndKeepsWhatItSaid) {
+    try {
+        (void)Process::system().run({"sh", "-c", "echo started >&2; exec sleep 30"}, 300ms);
+        FAIL() << "sleep outlived its time-out";
+    } catch (const Process::Failure& failure) {
+        EXPECT_EQ(failure.reason(), Reason::timedOut);
+        EXPECT_EQ(failure.program(), "sh");
+        EXPECT_EQ(failure.standardError(), "started\n");
+        EXPECT_STREQ(failure.what(), "sh did not finish in time and was stopped");
+    }
+    // A program that closed its streams but goes on running is stopped too, and so is what a program
+    // started that holds the streams after the program itself has gone.
+    EXPECT_EQ(failureOf(Process::system(), {"sh", "-c", "exec >&- 2>&-; sleep 30"}, 300ms), Reason::timedOut);
+    const auto parent = Process::system().run({"sh", "-c", "echo out; sleep 30 &"}, 10s);
+    EXPECT_TRUE(parent.succeeded());
+    EXPECT_EQ(parent.standardOutput, "out\n");
+}
+
+TEST(Process, NamesAMissingProgram) {
+    try {
+        (void)Process::system().run({"keepery-no-such-tool", "-v"}, 10s);
+        FAIL() << "a missing program ran";
+    } catch (const Process::Failure& failure) {
+        EXPECT_EQ(failure.reason(), Reason::missingProgram);
+        EXPECT_EQ(failure.program(), "keepery-no-such-tool");
+        EXPECT_STREQ(failure.what(), "keepery-no-such-tool is not installed (not found on PATH)");
+    }
+    EXPECT_EQ(failureOf(Process::system(), {"/nonexistent/dir/tool"}), Reason::missingProgram);
+    EXPECT_EQ(failureOf(Process::system(), {"/etc/hostname"}), Reason::cannotStart);
+    EXPECT_THROW((void)Process::system().run({}, 1s), std::invalid_argument);
+}
+
+TEST(FakeProcess, InjectsOneFailureOnTheRunItWasToldAndPassesTheOthersThrough) {
+    FakeProcess fake;
+    fake.inject("sh", FakeProcess::Fault::exitsNonZero, 2, "moov atom not found");
+    EXPECT_EQ(fake.run({"sh", "-c", "echo one"}, 10s).standardOutput, "one\n");
+    const auto second = fake.run({"/bin/sh", "-c", "echo two"}, 10s);
+    EXPECT_EQ(second.exitStatus, 1);
+    EXPECT_EQ(second.standardOutput, "");
+    EXPECT_EQ(second.standardError, "moov atom not found");
+    EXPECT_EQ(fake.run({"sh", "-c", "echo three"}, 10s).standardOutput, "three\n") << "a fault strikes once";
+
+    fake.inject("true", FakeProcess::Fault::timesOut, 1, "partial");
+    EXPECT_TRUE(fake.run({"false"}, 10s).exitStatus == 1) << "other programs are not touched";
+    try {
+        (void)fake.run({"true"}, 10s);
+        FAIL();
+    } catch (const Process::Failure& failure) {
+        EXPECT_EQ(failure.reason(), Reason::timedOut);
+        EXPECT_EQ(failure.standardError(), "partial");
+    }
+    fake.inject("true", FakeProcess::Fault::missing);
+    EXPECT_EQ(failureOf(fake, {"true"}), Reason::missingProgram);
+
+    fake.answer(
+        "ffprobe",
+        Process::Result{.exitStatus = 0, .signal = 0, .standardOutput = "12.5\n", .standardError = {}});
+    EXPECT_EQ(fake.run({"ffprobe", "x.mp4"}, 10s).standardOutput, "12.5\n");
+    EXPECT_EQ(fake.count("sh"), 3);
+    EXPECT_EQ(fake.runs().back(), (std::vector<std::string>{"ffprobe", "x.mp4"}));
+}
+
+} // namespace
+} // namespace keepery::testing
