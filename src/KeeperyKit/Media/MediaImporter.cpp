@@ -4,6 +4,7 @@
 #include "Media/Thumbnailer.h"
 #include "Media/VipsImages.h"
 #include "Platform/Dates.h"
+#include "Platform/Paths.h"
 #include "Platform/Text.h"
 #include "Platform/UUID.h"
 
@@ -191,57 +192,119 @@ std::string secondsText(double seconds) {
     return text;
 }
 
-// One upright frame at `seconds`, fitted within framePixel × framePixel and never enlarged; absent when
-// ffmpeg cannot give it. Seeking before the input decodes forward from the preceding key frame to the
-// exact time, well inside the tolerance.
-std::optional<Image> frameAt(Process& process, const std::filesystem::path& file, double seconds) {
-    static const std::string fit = "scale=w=min(" + std::to_string(MediaImporter::framePixel) +
-                                   "\\,iw):h=min(" + std::to_string(MediaImporter::framePixel) +
-                                   "\\,ih):force_original_aspect_ratio=decrease";
-    Process::Result result;
+// Every frame is fitted within framePixel × framePixel, never enlarged, upright (ffmpeg applies the
+// stream's display matrix by itself), as a fast-to-write PNG. Seeking before the input decodes forward from
+// the preceding key frame to the exact time, well inside the tolerance.
+const std::vector<std::string>& frameOutput() {
+    static const std::vector<std::string> arguments{
+        "-frames:v",
+        "1",
+        "-vf",
+        "scale=w=min(" + std::to_string(MediaImporter::framePixel) + "\\,iw):h=min(" +
+            std::to_string(MediaImporter::framePixel) + "\\,ih):force_original_aspect_ratio=decrease",
+        "-pix_fmt",
+        "rgb24",
+        "-c:v",
+        "png",
+        "-compression_level",
+        "1"};
+    return arguments;
+}
+
+std::optional<Image> decodedFrame(std::span<const std::uint8_t> png) {
+    if (png.empty()) {
+        return std::nullopt;
+    }
     try {
-        result = runTool(process,
-                         {"ffmpeg",
-                          "-nostdin",
-                          "-v",
-                          "error",
-                          "-ss",
-                          secondsText(seconds),
-                          "-i",
-                          toolInput(file),
-                          "-map",
-                          "0:v:0",
-                          "-frames:v",
-                          "1",
-                          "-vf",
-                          fit,
-                          "-pix_fmt",
-                          "rgb24",
-                          "-c:v",
-                          "png",
-                          "-compression_level",
-                          "1",
-                          "-f",
-                          "image2pipe",
-                          "-"},
-                         frameTimeout);
+        VipsImages::start();
+        return VipsImages::toImage(vips::VImage::new_from_buffer(png.data(), png.size(), "").copy_memory());
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+// Runs ffmpeg for frames; a missing ffmpeg is the import's failure, any other failure only the frames'.
+std::optional<Process::Result> runFFmpeg(Process& process, const std::vector<std::string>& arguments,
+                                         std::chrono::milliseconds timeout) {
+    try {
+        return runTool(process, arguments, timeout);
     } catch (const MediaImporter::ToolFailure& failure) {
         if (failure.kind() == MediaImporter::ToolFailure::Kind::missingTool) {
             throw;
         }
         return std::nullopt;
     }
-    if (!result.succeeded() || result.standardOutput.empty()) {
+}
+
+// One frame at `seconds` through ffmpeg's standard output; absent when ffmpeg cannot give it.
+std::optional<Image> frameAt(Process& process, const std::filesystem::path& file, double seconds) {
+    std::vector<std::string> arguments{
+        "ffmpeg", "-nostdin",      "-v",   "error", "-ss", secondsText(seconds),
+        "-i",     toolInput(file), "-map", "0:v:0"};
+    arguments.insert(arguments.end(), frameOutput().begin(), frameOutput().end());
+    arguments.insert(arguments.end(), {"-f", "image2pipe", "-"});
+    const auto result = runFFmpeg(process, arguments, frameTimeout);
+    if (!result || !result->succeeded()) {
         return std::nullopt;
     }
+    const auto& out = result->standardOutput;
+    return decodedFrame({reinterpret_cast<const std::uint8_t*>(out.data()), out.size()});
+}
+
+// A fresh directory for one command's output files, removed with them when this goes.
+class ScratchDirectory {
+public:
+    ScratchDirectory() : path_(Paths::temporaryDirectory() / ("kp-frames-" + UUID::randomLowercase())) {
+        std::filesystem::create_directories(path_);
+    }
+    ~ScratchDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    ScratchDirectory(const ScratchDirectory&) = delete;
+    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+// The frames at `times`, in order, the ones that cannot be had left out. One ffmpeg command asks for them
+// all, which opens and probes the file once and lets ffmpeg decode the frames side by side; a frame that
+// command did not write is asked for again on its own, so that one bad frame costs only itself.
+std::vector<Image> framesAt(Process& process, const std::filesystem::path& file,
+                            const std::vector<double>& times) {
+    std::vector<std::optional<Image>> found(times.size());
     try {
-        VipsImages::start();
-        const auto& png = result.standardOutput;
-        return VipsImages::toImage(vips::VImage::new_from_buffer(
-            png.data(), png.size(), "", vips::VImage::option()->set("fail_on", VIPS_FAIL_ON_TRUNCATED)));
-    } catch (const std::exception&) {
-        return std::nullopt;
+        const ScratchDirectory scratch;
+        std::vector<std::string> arguments{"ffmpeg", "-nostdin", "-v", "error", "-y"};
+        for (const double time : times) {
+            arguments.insert(arguments.end(), {"-ss", secondsText(time), "-i", toolInput(file)});
+        }
+        for (std::size_t i = 0; i < times.size(); ++i) {
+            arguments.insert(arguments.end(), {"-map", std::to_string(i) + ":v:0"});
+            arguments.insert(arguments.end(), frameOutput().begin(), frameOutput().end());
+            arguments.push_back((scratch.path() / (std::to_string(i) + ".png")).string());
+        }
+        (void)runFFmpeg(process, arguments, frameTimeout * static_cast<long>(times.size()));
+        for (std::size_t i = 0; i < times.size(); ++i) {
+            if (const auto png = readWhole(scratch.path() / (std::to_string(i) + ".png"))) {
+                found[i] = decodedFrame(*png);
+            }
+        }
+    } catch (const std::filesystem::filesystem_error&) {
+        // No scratch directory: every frame is asked for on its own below.
     }
+    std::vector<Image> frames;
+    for (std::size_t i = 0; i < times.size(); ++i) {
+        if (!found[i]) {
+            found[i] = frameAt(process, file, times[i]);
+        }
+        if (found[i]) {
+            frames.push_back(std::move(*found[i]));
+        }
+    }
+    return frames;
 }
 
 // Containers write their creation time as ISO 8601 in UTC, with or without a fraction of a second.
@@ -331,12 +394,7 @@ MediaImporter::Imported MediaImporter::video(const std::filesystem::path& file, 
     if (!std::isfinite(probed.duration) || probed.duration <= 0) {
         throw Failure::unreadable(fileName(file));
     }
-    std::vector<Image> frames;
-    for (const double time : keyTimes(probed.duration, sheetFrames)) {
-        if (auto frame = frameAt(process, file, time)) {
-            frames.push_back(std::move(*frame));
-        }
-    }
+    const std::vector<Image> frames = framesAt(process, file, keyTimes(probed.duration, sheetFrames));
     if (frames.empty()) {
         throw Failure::unreadable(fileName(file));
     }
