@@ -1,34 +1,19 @@
 #include "support/MediaFixtures.h"
 
+#include "Media/VipsImages.h"
 #include "Platform/Process.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <fstream>
-#include <vips/vips8>
 
 namespace keepery::testing {
 namespace {
 
-vips::VImage vipsOf(const Image& image) {
-    return vips::VImage::new_from_memory(const_cast<std::uint8_t*>(image.pixels.data()), image.pixels.size(),
-                                         image.width, image.height, image.bands, VIPS_FORMAT_UCHAR)
-        .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-}
-
-std::vector<std::uint8_t> bytesOf(VipsBlob* blob) {
-    std::size_t size = 0;
-    const auto* data = static_cast<const std::uint8_t*>(vips_blob_get(blob, &size));
-    std::vector<std::uint8_t> bytes(data, data + size);
-    vips_area_unref(VIPS_AREA(blob));
-    return bytes;
-}
-
-void startVips() {
-    static const bool started = VIPS_INIT("keepery-tests") == 0;
-    ASSERT_TRUE(started);
-}
+// The engine's own libvips start and conversions, so that test pictures are made the way it reads them.
+using VipsImages::take;
+using VipsImages::view;
 
 } // namespace
 
@@ -57,8 +42,8 @@ bool near(const Image& image, int x, int y, Rgb colour, int tolerance) {
 }
 
 std::vector<std::uint8_t> jpegWith(const Image& image, const PhotoOptions& options) {
-    startVips();
-    auto picture = vipsOf(image).copy();
+    VipsImages::start();
+    auto picture = view(image).copy();
     if (options.orientation != 0) {
         picture.set("orientation", options.orientation);
     }
@@ -68,25 +53,25 @@ std::vector<std::uint8_t> jpegWith(const Image& image, const PhotoOptions& optio
     if (options.dateTime) {
         picture.set("exif-ifd0-DateTime", options.dateTime->c_str());
     }
-    return bytesOf(picture.jpegsave_buffer(vips::VImage::option()->set("Q", 95)));
+    return take(picture.jpegsave_buffer(vips::VImage::option()->set("Q", 95)));
 }
 
 std::vector<std::uint8_t> pngOf(const Image& image) {
-    startVips();
-    return bytesOf(vipsOf(image).pngsave_buffer());
+    VipsImages::start();
+    return take(view(image).pngsave_buffer());
 }
 
 std::optional<std::vector<std::uint8_t>> heifOf(const Image& image) {
-    startVips();
+    VipsImages::start();
     try {
-        return bytesOf(vipsOf(image).heifsave_buffer(vips::VImage::option()->set("Q", 90)));
+        return take(view(image).heifsave_buffer(vips::VImage::option()->set("Q", 90)));
     } catch (const vips::VError&) {
         return std::nullopt;
     }
 }
 
 Image decoded(const std::vector<std::uint8_t>& encoded) {
-    startVips();
+    VipsImages::start();
     try {
         auto picture = vips::VImage::new_from_buffer(encoded.data(), encoded.size(), "");
         Image image{
