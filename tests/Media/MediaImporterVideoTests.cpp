@@ -7,11 +7,6 @@
 
 #include <gtest/gtest.h>
 
-// libx265, which libheif encodes HEIF test pictures with, keeps one allocation until the process ends.
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:libx265\n";
-}
-
 namespace keepery::testing {
 namespace {
 
