@@ -7,7 +7,7 @@
 #include "Capture/ImageSources.h"
 #include "Capture/PageTarget.h"
 #include "Capture/WindowChoice.h"
-#include "Presentation/ContactSheet.h"
+#include "Media/ContactSheet.h"
 #include "Presentation/Wording.h"
 
 #include <benchmark/benchmark.h>

@@ -27,3 +27,15 @@ TEST(Dates, UsesTheUsersSettingsWhenNoneAreGiven) {
               Dates::format(instant, Dates::Style::medium, Dates::Style::shortStyle));
     EXPECT_FALSE(Dates::longDateShortTime(instant).empty());
 }
+
+TEST(Dates, ParsesOnlyWholeTextsThatMatchThePatternStrictly) {
+    const char* exif = "yyyy:MM:dd HH:mm:ss";
+    EXPECT_EQ(Dates::parse("2024:03:03 22:14:00", exif, "UTC"), 1709504040.0);
+    EXPECT_EQ(Dates::parse("2024:03:03 17:14:00", exif, "America/New_York"), 1709504040.0);
+    EXPECT_EQ(Dates::parse("2024-03-03T22:14:00.000000Z", "yyyy-MM-dd'T'HH:mm:ss.SSSSSSXXX"), 1709504040.0)
+        << "a zone in the text wins";
+    EXPECT_EQ(Dates::parse("2024:03:03 22:14:00 and more", exif, "UTC"), std::nullopt);
+    EXPECT_EQ(Dates::parse("2024:03:03 22:14", exif, "UTC"), std::nullopt);
+    EXPECT_EQ(Dates::parse("2024:02:30 22:14:00", exif, "UTC"), std::nullopt) << "no lenient rollover";
+    EXPECT_EQ(Dates::parse("", exif, "UTC"), std::nullopt);
+}

@@ -3,8 +3,8 @@
 #include "Platform/Files.h"
 #include "Platform/Paths.h"
 #include "Platform/Process.h"
-#include "Platform/RandomUUID.h"
 #include "Platform/Text.h"
+#include "Platform/UUID.h"
 
 #include <pocketsphinx.h>
 #include <sphinxbase/err.h>
@@ -249,7 +249,7 @@ bool requestAuthorization(const Setup& setup) {
 std::optional<fs::path> audioTrack(const fs::path& video, const Setup& setup) {
     try {
         const fs::path directory = setup.temporaryDirectory.value_or(Paths::temporaryDirectory());
-        TemporaryFile output(directory / ("kp-audio-" + randomUUID() + ".wav"));
+        TemporaryFile output(directory / ("kp-audio-" + UUID::randomUppercase() + ".wav"));
         Process& process = setup.process != nullptr ? *setup.process : Process::system();
         // "-map 0:a:0" fails for a video without sound; the rest makes the one format the recogniser
         // reads, with no metadata chunks.

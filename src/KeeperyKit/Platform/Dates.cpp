@@ -3,6 +3,7 @@
 #include <memory>
 #include <unicode/datefmt.h>
 #include <unicode/locid.h>
+#include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 
 namespace keepery::Dates {
@@ -44,6 +45,28 @@ std::string format(double instant, Style date, Style time, std::string_view loca
     std::string text;
     out.toUTF8String(text);
     return text;
+}
+
+std::optional<double> parse(std::string_view text, std::string_view pattern, std::string_view timeZone) {
+    const auto unicode = [](std::string_view utf8) {
+        return icu::UnicodeString::fromUTF8(icu::StringPiece(utf8.data(), static_cast<int32_t>(utf8.size())));
+    };
+    UErrorCode status = U_ZERO_ERROR;
+    icu::SimpleDateFormat formatter(unicode(pattern), icu::Locale("en_US_POSIX"), status);
+    if (U_FAILURE(status)) {
+        return std::nullopt;
+    }
+    formatter.setLenient(false);
+    if (!timeZone.empty()) {
+        formatter.adoptTimeZone(icu::TimeZone::createTimeZone(unicode(timeZone)));
+    }
+    const icu::UnicodeString input = unicode(text);
+    icu::ParsePosition position(0);
+    const UDate date = formatter.parse(input, position);
+    if (position.getErrorIndex() >= 0 || position.getIndex() != input.length()) {
+        return std::nullopt;
+    }
+    return date / 1000.0;
 }
 
 std::string longDateShortTime(double instant) {

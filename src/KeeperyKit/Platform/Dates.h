@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -23,5 +24,12 @@ enum class Style { none, shortStyle, medium, longStyle, full };
 // The medium date and short time in the user's locale and time zone: in United States English
 // "Mar 3, 2024, 5:14 PM".
 [[nodiscard]] std::string mediumDateShortTime(double instant);
+
+// The instant that `text` names when the whole of it matches `pattern` (an ICU date pattern such as
+// "yyyy:MM:dd HH:mm:ss"), read strictly in the "en_US_POSIX" locale and in `timeZone` (an Olson name; empty
+// for the user's). A pattern with a zone field takes the zone from the text. Absent when the text does not
+// match, has anything left over, or names an impossible date.
+[[nodiscard]] std::optional<double> parse(std::string_view text, std::string_view pattern,
+                                          std::string_view timeZone = {});
 
 } // namespace keepery::Dates

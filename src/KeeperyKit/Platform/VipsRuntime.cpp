@@ -11,6 +11,9 @@ void ensureStarted() {
     static bool started = false;
     std::call_once(once, [] {
         started = VIPS_INIT("keepery") == 0;
+        // Every operation the engine runs is run once on fresh input, never again with the same arguments,
+        // so the cache would only hold on to decoded pictures and their buffers in a long-running process.
+        vips_cache_set_max(0);
         // Damaged files make libvips warn on standard error; the engine reports through its results and
         // never writes there.
         g_log_set_handler(
