@@ -155,6 +155,8 @@ public:
 
     // --- Vectors --------------------------------------------------------------------------------------
 
+    // A stored vector holding an infinity or NaN counts as no vector in every read below.
+
     // The capture's vector in `space`, of whichever model made it; absent when there is none.
     [[nodiscard]] std::optional<std::vector<float>> vector(const std::string& id, VectorSpace space);
 
