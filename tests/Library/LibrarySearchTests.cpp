@@ -116,6 +116,21 @@ TEST_F(LibrarySearch, TheQueryIsEmbeddedOnceWithTheSearchPrefixAndTheLibrarysMod
     EXPECT_EQ(body.at("input").dump(), R"(["task: search result | query: tonkotsu ramen"])");
 }
 
+TEST_F(LibrarySearch, OnlyTheFirstCharactersOfAnAbsurdlyLongQueryAreEmbedded) {
+    add("a", 1, "ramen", axis(0), axis(0));
+    const auto embedded = [&](const std::string& query) {
+        (void)library.findings(query);
+        const auto requests = service.requests("/api/embed");
+        return nlohmann::json::parse(requests.back().body).at("input").at(0).get<std::string>();
+    };
+    constexpr std::size_t most = Library::mostEmbeddedQueryCharacters;
+    const std::string atTheBound = "\u00E9" + std::string(most - 2, 'x') + "y"; // more bytes than characters
+    EXPECT_EQ(embedded(atTheBound), EmbeddingText::query(atTheBound));
+    EXPECT_EQ(embedded(atTheBound + "zz"), EmbeddingText::query(atTheBound));
+    const std::string words = "ramen " + std::string(10'000'000, 'w');
+    EXPECT_EQ(embedded(words), EmbeddingText::query(words.substr(0, most)));
+}
+
 // With the service down the words rank alone: the first 60 in full-text order, then the members that
 // complete the collections those 60 cover (3 of 4 found, at least 3 members).
 TEST_F(LibrarySearch, WithoutTheModelServiceWordsRankAloneAndCollectionsComplete) {

@@ -34,6 +34,10 @@ public:
     static constexpr std::int64_t membershipListing = 100000;
     // Seconds the query's embedding may take.
     static constexpr double queryEmbeddingTimeout = 60;
+    // At most this many characters of a query are embedded. The embedding model reads a couple of
+    // thousand tokens and the service drops the rest, so a longer text changes nothing but the time spent
+    // sending and tokenizing it (a 10 MB query took longer than the whole search ought to).
+    static constexpr std::size_t mostEmbeddedQueryCharacters = 32'768;
 
     // Keeps the five values; no I/O and no checks.
     Library(LibraryStore& store, OllamaClient client, std::string visionModel, std::string embeddingModel,
