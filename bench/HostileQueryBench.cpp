@@ -60,8 +60,9 @@ int main(int argc, char** argv) {
 
     keepery::testing::FakeModelService service;
     for (const bool serviceUp : {true, false}) {
-        Library library(store, OllamaClient(serviceUp ? service.host() : "http://127.0.0.1:1"), "vision",
-                        "embed-bench", Organizer(0.8f, 0.79f, 12));
+        Library library(
+            {.store = store, .client = OllamaClient(serviceUp ? service.host() : "http://127.0.0.1:1")},
+            {.visionModel = "vision", .embeddingModel = "embed-bench"});
         MCPServer server(library, store, "bench");
         (void)server.handle(searchLine(words)); // warms the kept vectors
         const struct {

@@ -23,11 +23,11 @@
 #include <vector>
 
 using namespace keepery;
-using Clock = std::chrono::steady_clock;
+using SteadyClock = std::chrono::steady_clock;
 
 namespace {
 
-double milliseconds(Clock::duration d) {
+double milliseconds(SteadyClock::duration d) {
     return std::chrono::duration<double, std::milli>(d).count();
 }
 
@@ -42,9 +42,9 @@ double quantile(std::vector<double> values, double q) {
 }
 
 double timed(const std::function<void()>& body) {
-    const auto start = Clock::now();
+    const auto start = SteadyClock::now();
     body();
-    return milliseconds(Clock::now() - start);
+    return milliseconds(SteadyClock::now() - start);
 }
 
 // A field of /proc/self/status in MB ("VmRSS", "VmHWM").
@@ -79,8 +79,9 @@ void run(std::size_t captures) {
         service.setEmbedding(EmbeddingText::query(queries.back()), std::vector<double>(v.begin(), v.end()));
     }
     const auto makeLibrary = [&] {
-        return std::make_unique<Library>(store, OllamaClient(service.host()), "unused",
-                                         options.embeddingModel, Organizer());
+        return std::make_unique<Library>(
+            Library::Services{.store = store, .client = OllamaClient(service.host())},
+            Library::Options{.visionModel = "unused", .embeddingModel = options.embeddingModel});
     };
     keepery::testing::ReferenceSearch reference(store, OllamaClient(service.host()), options.embeddingModel);
 

@@ -16,11 +16,11 @@
 #include <vector>
 
 using namespace keepery;
-using Clock = std::chrono::steady_clock;
+using SteadyClock = std::chrono::steady_clock;
 
 namespace {
 
-double seconds(Clock::duration d) {
+double seconds(SteadyClock::duration d) {
     return std::chrono::duration<double>(d).count();
 }
 
@@ -39,9 +39,9 @@ double medianMilliseconds(int runs, const std::function<std::size_t()>& body,
     std::size_t found = body();
     std::vector<double> times;
     for (int i = 0; i < runs; ++i) {
-        const auto start = Clock::now();
+        const auto start = SteadyClock::now();
         found = body();
-        times.push_back(seconds(Clock::now() - start) * 1000.0);
+        times.push_back(seconds(SteadyClock::now() - start) * 1000.0);
     }
     if (results != nullptr) {
         *results = found;
@@ -64,18 +64,18 @@ void run(std::size_t captures) {
     constexpr std::size_t batch = 1000;
     std::vector<double> insertRates;
     std::vector<double> processedRates;
-    Clock::duration generating{};
-    const auto buildStart = Clock::now();
+    SteadyClock::duration generating{};
+    const auto buildStart = SteadyClock::now();
     for (std::size_t first = 0; first < captures; first += batch) {
-        Clock::duration inserting{};
-        Clock::duration processing{};
+        SteadyClock::duration inserting{};
+        SteadyClock::duration processing{};
         const std::size_t end = std::min(captures, first + batch);
         for (std::size_t i = first; i < end; ++i) {
-            auto t0 = Clock::now();
+            auto t0 = SteadyClock::now();
             const keepery::testing::SampleCapture c = sample.capture(i);
-            auto t1 = Clock::now();
+            auto t1 = SteadyClock::now();
             store.insert(c.kept);
-            auto t2 = Clock::now();
+            auto t2 = SteadyClock::now();
             store.setRead(c.kept.id, c.ocrText, c.transcript);
             store.setDescribed(c.kept.id, c.description);
             store.setEmbedding(c.kept.id, options.embeddingModel,
@@ -87,7 +87,7 @@ void run(std::size_t captures) {
             if (c.note) {
                 store.setNote(c.kept.id, c.note);
             }
-            auto t3 = Clock::now();
+            auto t3 = SteadyClock::now();
             generating += t1 - t0;
             inserting += t2 - t1;
             processing += t3 - t1;
@@ -95,7 +95,7 @@ void run(std::size_t captures) {
         insertRates.push_back(static_cast<double>(end - first) / seconds(inserting));
         processedRates.push_back(static_cast<double>(end - first) / seconds(processing));
     }
-    const double buildSeconds = seconds(Clock::now() - buildStart);
+    const double buildSeconds = seconds(SteadyClock::now() - buildStart);
     const auto bytes = std::filesystem::file_size(directory / "Library" / "library.sqlite") +
                        std::filesystem::file_size(directory / "Library" / "library.sqlite-wal");
     std::printf("  built in %.1f s (%.1f s generating samples), database %.0f MB\n", buildSeconds,
@@ -139,19 +139,19 @@ void run(std::size_t captures) {
     std::printf("  count()                        %7.2f ms\n",
                 medianMilliseconds(30, [&] { return static_cast<std::size_t>(store.count()); }));
     ms = medianMilliseconds(
-        5, [&] { return store.vectors(options.embeddingModel, VectorSpace::look).size(); }, &listed);
-    std::printf("  vectors(model, look)           %7.2f ms (%zu vectors)\n", ms, listed);
+        5, [&] { return store.vectorRows(options.embeddingModel, VectorSpace::look).size(); }, &listed);
+    std::printf("  vectorRows(model, look)        %7.2f ms (%zu vectors)\n", ms, listed);
 
     // A store opened on an existing library reads where the full-text rows lie at its first such write.
     LibraryStore reopened(directory / "Library");
     const std::string id = sample.captureID(captures / 2);
-    auto start = Clock::now();
+    auto start = SteadyClock::now();
     reopened.setNote(id, "first write after opening");
-    const double first = seconds(Clock::now() - start) * 1000.0;
-    start = Clock::now();
+    const double first = seconds(SteadyClock::now() - start) * 1000.0;
+    start = SteadyClock::now();
     reopened.setNote(id, "second write");
     std::printf("  setNote after opening: first   %7.2f ms, then %.2f ms\n", first,
-                seconds(Clock::now() - start) * 1000.0);
+                seconds(SteadyClock::now() - start) * 1000.0);
 }
 
 } // namespace

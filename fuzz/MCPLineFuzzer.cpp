@@ -3,7 +3,6 @@
 // is not a JSON object a parse error; the sanitizers catch the rest.
 #include "Agents/MCPServer.h"
 #include "Library/Library.h"
-#include "Organizing/Organizer.h"
 #include "Platform/JSONReader.h"
 #include "Platform/Text.h"
 #include "Store/LibraryStore.h"
@@ -54,8 +53,9 @@ struct Fixture {
             capture.height = 600;
             store->insert(capture);
         }
-        library = std::make_unique<Library>(*store, OllamaClient("http://127.0.0.1:1"), "vision", "embedding",
-                                            Organizer(0.8f, 0.79f, 12));
+        library = std::make_unique<Library>(
+            Library::Services{.store = *store, .client = OllamaClient("http://127.0.0.1:1")},
+            Library::Options{.visionModel = "vision", .embeddingModel = "embedding"});
         server = std::make_unique<MCPServer>(*library, *store, "0.1.0");
     }
     ~Fixture() {

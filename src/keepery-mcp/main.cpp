@@ -3,7 +3,6 @@
 #include "Agents/MCPServer.h"
 #include "Library/Library.h"
 #include "Organizing/Organizer.h"
-#include "Platform/MainQueue.h"
 #include "Platform/ModelService.h"
 #include "Platform/Settings.h"
 #include "Platform/SystemInfo.h"
@@ -69,12 +68,11 @@ int main(int argc, char** /*argv*/) {
         return 1;
     }
 
-    // The loop's thread is the main thread: change announcements run here.
-    MainQueue::shared().bindToCurrentThread();
-    const std::string visionModel = chooseVisionModel();
-    OllamaClient client(ModelService::host());
-    Library library(*store, std::move(client), visionModel, std::string(Models::embedding),
-                    Organizer(0.8f, 0.79f, 12));
+    // The server only reads and searches and drains no queue of jobs, so it gives the library none.
+    Library library({.store = *store, .client = OllamaClient(ModelService::host())},
+                    {.visionModel = chooseVisionModel(),
+                     .embeddingModel = std::string(Models::embedding),
+                     .organizer = Organizer()});
     MCPServer server(library, *store, SystemInfo::version());
 
     std::ios::sync_with_stdio(false);

@@ -94,7 +94,8 @@ protected:
     }
 
     FakeModelService service;
-    Library library{store, OllamaClient(service.host()), "vision", model, Organizer()};
+    Library library{{.store = store, .client = OllamaClient(service.host())},
+                    {.visionModel = "vision", .embeddingModel = model}};
     ReferenceSearch reference{store, OllamaClient(service.host()), model};
 };
 
@@ -315,7 +316,8 @@ TEST(LibrarySearchAtScale, AnswersExactlyAsReadingEverythingAfresh) {
         service.setEmbedding(EmbeddingText::query(queries.back()), std::vector<double>(v.begin(), v.end()));
     }
     queries.push_back("the and of");
-    Library library(store, OllamaClient(service.host()), "vision", options.embeddingModel, Organizer());
+    Library library({.store = store, .client = OllamaClient(service.host())},
+                    {.visionModel = "vision", .embeddingModel = options.embeddingModel});
     ReferenceSearch reference(store, OllamaClient(service.host()), options.embeddingModel);
 
     const auto agree = [&](const char* when) {

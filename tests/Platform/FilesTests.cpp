@@ -23,10 +23,10 @@ std::vector<std::uint8_t> bytes(std::string_view text) {
 TEST(Files, WritesReplaceWholeFilesAndLeaveNothingBehind) {
     TemporaryDirectory directory;
     const auto file = directory / "image.png";
-    Files::writeAtomically(file, bytes("first"));
-    Files::writeAtomically(file, bytes(std::string(100000, 'x') + "second"));
+    Files::local().writeAtomically(file, bytes("first"));
+    Files::local().writeAtomically(file, bytes(std::string(100000, 'x') + "second"));
     EXPECT_EQ(contents(file).size(), 100006u);
-    Files::writeAtomically(file, {});
+    Files::local().writeAtomically(file, {});
     EXPECT_EQ(contents(file), "");
     struct stat info {};
     ASSERT_EQ(::stat(file.c_str(), &info), 0);
@@ -34,25 +34,38 @@ TEST(Files, WritesReplaceWholeFilesAndLeaveNothingBehind) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()), {}), 1)
         << "no temporary file stays";
 
-    EXPECT_THROW(Files::writeAtomically(directory / "missing" / "x.png", bytes("x")),
+    EXPECT_THROW(Files::local().writeAtomically(directory / "missing" / "x.png", bytes("x")),
                  std::filesystem::filesystem_error);
     // Renaming onto a directory fails; the temporary file goes and the directory stays.
     std::filesystem::create_directories(directory / "taken" / "inner");
-    EXPECT_THROW(Files::writeAtomically(directory / "taken", bytes("x")), std::filesystem::filesystem_error);
+    EXPECT_THROW(Files::local().writeAtomically(directory / "taken", bytes("x")),
+                 std::filesystem::filesystem_error);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()), {}), 2);
 }
 
-TEST(Files, RemovalIgnoresEveryFailure) {
+TEST(Files, DirectoriesCopiesAndRemovals) {
     TemporaryDirectory directory;
-    const auto file = directory / "thumb.jpg";
-    Files::writeAtomically(file, bytes("x"));
-    Files::removeQuietly(file);
+    const Files& files = Files::local();
+    files.createDirectories(directory / "media" / "inner");
+    files.createDirectories(directory / "media");
+    const auto file = directory / "media" / "thumb.jpg";
+    files.writeAtomically(file, bytes("x"));
+    EXPECT_THROW(files.createDirectories(file / "below"), std::filesystem::filesystem_error);
+
+    files.copy(file, directory / "copy.jpg");
+    EXPECT_EQ(contents(directory / "copy.jpg"), "x");
+    EXPECT_THROW(files.copy(file, directory / "copy.jpg"), std::filesystem::filesystem_error)
+        << "a copy never replaces a file";
+    EXPECT_THROW(files.copy(directory / "missing.mov", directory / "m.mov"),
+                 std::filesystem::filesystem_error);
+
+    EXPECT_TRUE(files.remove(file));
     EXPECT_FALSE(std::filesystem::exists(file));
-    Files::removeQuietly(file);
-    Files::removeQuietly(directory / "no" / "such" / "file");
-    std::filesystem::create_directories(directory / "full" / "inner");
-    Files::removeQuietly(directory / "full");
-    EXPECT_TRUE(std::filesystem::exists(directory / "full"));
+    EXPECT_FALSE(files.remove(file));
+    EXPECT_THROW(files.remove(directory / "media"), std::filesystem::filesystem_error);
+    files.removeQuietly(directory / "media");
+    files.removeQuietly(directory / "no" / "such" / "file");
+    EXPECT_TRUE(std::filesystem::exists(directory / "media" / "inner"));
 }
 
 } // namespace

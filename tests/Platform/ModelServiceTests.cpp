@@ -1,5 +1,7 @@
 #include "Platform/ModelService.h"
 
+#include "support/EnvironmentOverride.h"
+
 #include <cstdlib>
 #include <gtest/gtest.h>
 
@@ -28,15 +30,10 @@ TEST(ModelService, ReadsTheUsualFormsOfTheHostVariable) {
 }
 
 TEST(ModelService, HostComesFromTheEnvironment) {
-    const char* saved = std::getenv("OLLAMA_HOST");
-    const std::string previous = saved ? saved : "";
-    ::unsetenv("OLLAMA_HOST");
-    EXPECT_EQ(ModelService::host(), "http://127.0.0.1:11434");
-    ::setenv("OLLAMA_HOST", "127.0.0.1:4321", 1);
-    EXPECT_EQ(ModelService::host(), "http://127.0.0.1:4321");
-    if (saved) {
-        ::setenv("OLLAMA_HOST", previous.c_str(), 1);
-    } else {
-        ::unsetenv("OLLAMA_HOST");
+    {
+        keepery::testing::EnvironmentOverride env{{"OLLAMA_HOST", nullptr}};
+        EXPECT_EQ(ModelService::host(), "http://127.0.0.1:11434");
     }
+    keepery::testing::EnvironmentOverride env{{"OLLAMA_HOST", "127.0.0.1:4321"}};
+    EXPECT_EQ(ModelService::host(), "http://127.0.0.1:4321");
 }

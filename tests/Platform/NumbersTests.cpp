@@ -1,46 +1,12 @@
 #include "Platform/Numbers.h"
 
-#include <gtest/gtest.h>
+#include "support/EnvironmentOverride.h"
 
-#include <cstdlib>
-#include <optional>
-#include <string>
+#include <gtest/gtest.h>
 
 using namespace keepery;
 
-namespace {
-
-// Sets environment variables for one test and puts the old values back.
-class EnvironmentOverride {
-public:
-    EnvironmentOverride(std::initializer_list<std::pair<const char*, const char*>> values) {
-        for (const auto& [name, value] : values) {
-            const char* old = std::getenv(name);
-            saved_.push_back({name, old ? std::optional<std::string>(old) : std::nullopt});
-            if (value) {
-                setenv(name, value, 1);
-            } else {
-                unsetenv(name);
-            }
-        }
-    }
-    ~EnvironmentOverride() {
-        for (const auto& [name, value] : saved_) {
-            if (value) {
-                setenv(name, value->c_str(), 1);
-            } else {
-                unsetenv(name);
-            }
-        }
-    }
-    EnvironmentOverride(const EnvironmentOverride&) = delete;
-    EnvironmentOverride& operator=(const EnvironmentOverride&) = delete;
-
-private:
-    std::vector<std::pair<const char*, std::optional<std::string>>> saved_;
-};
-
-} // namespace
+using keepery::testing::EnvironmentOverride;
 
 TEST(Numbers, SpellsOutInEnglishWords) {
     EXPECT_EQ(Numbers::spelledOut(0, "en_US"), "zero");

@@ -1,5 +1,6 @@
 #include "Platform/Settings.h"
 
+#include "support/EnvironmentOverride.h"
 #include "support/TemporaryDirectory.h"
 
 #include <fstream>
@@ -27,13 +28,6 @@ TEST(Settings, OnlyAReadableJsonObjectCountsAsSettings) {
 }
 
 TEST(Settings, TheSharedFileLivesUnderTheConfigHomeInTheAppDomain) {
-    const char* saved = std::getenv("XDG_CONFIG_HOME");
-    const std::string previous = saved != nullptr ? saved : "";
-    setenv("XDG_CONFIG_HOME", "/config", 1);
+    keepery::testing::EnvironmentOverride env{{"XDG_CONFIG_HOME", "/config"}};
     EXPECT_EQ(Settings::defaultFile(), std::filesystem::path("/config") / Settings::domain / "settings.json");
-    if (saved != nullptr) {
-        setenv("XDG_CONFIG_HOME", previous.c_str(), 1);
-    } else {
-        unsetenv("XDG_CONFIG_HOME");
-    }
 }

@@ -8,6 +8,8 @@
 namespace keepery::testing {
 namespace {
 
+using namespace std::chrono_literals;
+
 using CaptureWrites = StoreTest;
 
 std::vector<std::uint8_t> bytes(std::string_view text) {
@@ -62,9 +64,9 @@ TEST_F(CaptureWrites, InsertKeepsTheKeptFieldsAndStartsTheRestEmpty) {
 
 TEST_F(CaptureWrites, StageUpdatesMoveForwardAndClearTheFailure) {
     store.insert(screen("a", 1));
-    store.recordFailure("a", "The model service is not running.", 60, 1000);
+    store.recordFailure("a", "The model service is not running.", 60s, 1000);
     EXPECT_EQ(column("a", "attempts").asInt(), 1);
-    store.recordFailure("a", "SQLite: busy", 300, 2000.5);
+    store.recordFailure("a", "SQLite: busy", 300s, 2000.5);
     Capture failed = *store.capture("a");
     EXPECT_EQ(failed.stage, CaptureStage::captured) << "a failure never changes the stage";
     EXPECT_EQ(failed.lastError, "SQLite: busy");
@@ -79,7 +81,7 @@ TEST_F(CaptureWrites, StageUpdatesMoveForwardAndClearTheFailure) {
     EXPECT_EQ(read.lastError, std::nullopt);
     EXPECT_EQ(column("a", "attempts").asInt(), 0);
 
-    store.recordFailure("a", "described badly", 60, 3000);
+    store.recordFailure("a", "described badly", 60s, 3000);
     const Described description{"Ramen in Tokyo",
                                 "Where to eat.",
                                 CaptureKind::place,
@@ -98,13 +100,13 @@ TEST_F(CaptureWrites, StageUpdatesMoveForwardAndClearTheFailure) {
     EXPECT_EQ(described.lastError, std::nullopt);
     EXPECT_EQ(column("a", "attempts").asInt(), 0);
 
-    store.recordFailure("a", "embedding failed", 60, 4000);
+    store.recordFailure("a", "embedding failed", 60s, 4000);
     store.setEmbedding("a", "model", {{VectorSpace::look, {1, 0}}});
     EXPECT_EQ(store.capture("a")->stage, CaptureStage::embedded);
     EXPECT_EQ(store.capture("a")->lastError, std::nullopt);
 
     store.insertCollection({"c", "Ramen", "\U0001F35C", 1, 1, 0, 0, false});
-    store.recordFailure("a", "organizing failed", 60, 5000);
+    store.recordFailure("a", "organizing failed", 60s, 5000);
     store.setCollection("a", "c");
     Capture organized = *store.capture("a");
     EXPECT_EQ(organized.stage, CaptureStage::organized);
@@ -115,7 +117,7 @@ TEST_F(CaptureWrites, StageUpdatesMoveForwardAndClearTheFailure) {
     // Writes to an id without a row succeed and change nothing.
     EXPECT_NO_THROW(store.setRead("ghost", "x", "y"));
     EXPECT_NO_THROW(store.setDescribed("ghost", description));
-    EXPECT_NO_THROW(store.recordFailure("ghost", "x", 1, 1));
+    EXPECT_NO_THROW(store.recordFailure("ghost", "x", 1s, 1));
     EXPECT_EQ(store.count(), 1);
     EXPECT_EQ(rowsNaming("capture_tags", "capture_id", "ghost"), 0) << "tags of a missing capture";
 }
@@ -149,11 +151,12 @@ TEST_F(CaptureWrites, FullTextRowsFollowEveryWriteOfIndexedText) {
          [&] {
              store.setEmbedding("a", "m", {{VectorSpace::meaning, {0.5f}}});
          }},
-        {"recordFailure", [&] { store.recordFailure("a", "e", 1, 1); }},
+        {"recordFailure", [&] { store.recordFailure("a", "e", 1s, 1); }},
         {"moveCapture", [&] { store.moveCapture("a", "c"); }},
         {"setCollection", [&] { store.setCollection("a", std::nullopt); }},
         {"touchCollection", [&] { store.touchCollection("c"); }},
-        {"renameCollection", [&] { store.renameCollection("c", "Meals", "", 1, true); }},
+        {"renameCollection",
+         [&] { store.renameCollection("c", "Meals", "", 1, LibraryStore::NamedBy::user); }},
     };
     for (const auto& [name, write] : unindexed) {
         mark();
@@ -277,21 +280,21 @@ TEST_F(CaptureWrites, DeleteLeavesNoRowAndNoFile) {
     store.setTags("v", {"a", "b"});
     store.setEmbedding("v", "m", {{VectorSpace::look, {1}}, {VectorSpace::meaning, {1}}});
     store.setCollection("v", "c");
-    const std::vector<std::filesystem::path> files{store.imageURL("v"), store.thumbURL("v"),
-                                                   store.sheetURL("v"), root / "media/v.jpg",
-                                                   root / "media/v-original.mov"};
-    for (const auto& file : files) {
-        Files::writeAtomically(file, bytes("x"));
+    const std::vector<std::filesystem::path> written{store.imageURL("v"), store.thumbURL("v"),
+                                                     store.sheetURL("v"), root / "media/v.jpg",
+                                                     root / "media/v-original.mov"};
+    for (const auto& file : written) {
+        files.writeAtomically(file, bytes("x"));
     }
     store.insert(screen("keep", 2));
-    Files::writeAtomically(store.thumbURL("keep"), bytes("x"));
+    files.writeAtomically(store.thumbURL("keep"), bytes("x"));
 
     store.deleteCapture("v");
     EXPECT_EQ(rowsNaming("captures", "id", "v"), 0);
     EXPECT_EQ(rowsNaming("capture_tags", "capture_id", "v"), 0);
     EXPECT_EQ(rowsNaming("vectors", "capture_id", "v"), 0);
     EXPECT_EQ(rowsNaming("captures_fts", "id", "v"), 0);
-    for (const auto& file : files) {
+    for (const auto& file : written) {
         EXPECT_FALSE(std::filesystem::exists(file)) << file;
     }
     EXPECT_TRUE(std::filesystem::exists(store.thumbURL("keep")));
@@ -303,15 +306,18 @@ TEST_F(CaptureWrites, DeleteLeavesNoRowAndNoFile) {
 
 TEST_F(CaptureWrites, DeleteIgnoresFilesItCannotRemoveAndNeverLeavesTheLibrary) {
     const auto outside = directory.path() / "outside.txt";
-    Files::writeAtomically(outside, bytes("precious"));
+    files.writeAtomically(outside, bytes("precious"));
     Capture capture = screen("a", 1);
     capture.imageFile = "../outside.txt";
     store.insert(capture);
-    // A directory with something in it where the thumbnail should be cannot be removed.
-    std::filesystem::create_directories(store.thumbURL("a") / "inner");
+    files.writeAtomically(store.thumbURL("a"), bytes("x"));
+    files.writeAtomically(store.sheetURL("a"), bytes("x"));
+    files.failNext(FakeFiles::Operation::remove, store.thumbURL("a"));
 
     EXPECT_NO_THROW(store.deleteCapture("a"));
+    EXPECT_FALSE(files.failurePending());
     EXPECT_FALSE(store.capture("a").has_value());
+    EXPECT_FALSE(std::filesystem::exists(store.sheetURL("a"))) << "a failed removal stopped the others";
     EXPECT_TRUE(std::filesystem::exists(outside)) << "a stored path led outside the library";
 }
 
@@ -319,16 +325,9 @@ TEST_F(CaptureWrites, CapturesByIdComeBackInTheOrderAsked) {
     store.insert(screen("a", 1));
     store.insert(screen("b", 2));
     store.insert(screen("c", 3));
-    auto ids = [](const std::vector<Capture>& captures) {
-        std::vector<std::string> out;
-        for (const auto& c : captures) {
-            out.push_back(c.id);
-        }
-        return out;
-    };
-    EXPECT_EQ(ids(store.captures(std::vector<std::string>{"b", "a", "missing"})),
+    EXPECT_EQ(idsOf(store.captures(std::vector<std::string>{"b", "a", "missing"})),
               (std::vector<std::string>{"b", "a"}));
-    EXPECT_EQ(ids(store.captures(std::vector<std::string>{"a", "c", "a"})),
+    EXPECT_EQ(idsOf(store.captures(std::vector<std::string>{"a", "c", "a"})),
               (std::vector<std::string>{"a", "c", "a"}));
     EXPECT_TRUE(store.captures(std::vector<std::string>{}).empty());
 }
@@ -341,15 +340,9 @@ TEST_F(CaptureWrites, PendingHonoursTheNextAttemptToTheSecond) {
     store.setCollection("done", "c");
     store.insert(screen("waiting", 20));
     const Instant now = 1'700'000'000;
-    store.recordFailure("waiting", "later", 1, now);
+    store.recordFailure("waiting", "later", 1s, now);
 
-    auto ids = [&](Instant at, std::int64_t limit) {
-        std::vector<std::string> out;
-        for (const auto& c : store.pending(at, limit)) {
-            out.push_back(c.id);
-        }
-        return out;
-    };
+    auto ids = [&](Instant at, std::int64_t limit) { return idsOf(store.pending(at, limit)); };
     EXPECT_EQ(ids(now, 10), (std::vector<std::string>{"old", "new"}));
     EXPECT_EQ(ids(now + 0.999, 10), (std::vector<std::string>{"old", "new"}));
     EXPECT_EQ(ids(now + 1, 10), (std::vector<std::string>{"old", "waiting", "new"}));

@@ -3,26 +3,15 @@
 #include "Store/StoreTesting.h"
 
 #include <bit>
-#include <chrono>
 #include <cmath>
 #include <limits>
 
 namespace keepery::testing {
 namespace {
 
+using namespace std::chrono_literals;
+
 using Collections = StoreTest;
-
-Instant wallClock() {
-    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-std::vector<std::string> names(const std::vector<CaptureCollection>& collections) {
-    std::vector<std::string> out;
-    for (const auto& c : collections) {
-        out.push_back(c.name);
-    }
-    return out;
-}
 
 TEST_F(Collections, ListingCountsMembersAndPutsTheLatestUpdateFirst) {
     store.insertCollection({"old", "Old", "\U0001F4DA", 100, 100, 0, 3, false});
@@ -36,7 +25,7 @@ TEST_F(Collections, ListingCountsMembersAndPutsTheLatestUpdateFirst) {
 
     auto listed = store.collections();
     ASSERT_EQ(listed.size(), 3u);
-    EXPECT_EQ(names(listed), (std::vector<std::string>{"New", "Mid", "Old"}));
+    EXPECT_EQ(idsOf(listed), (std::vector<std::string>{"new", "mid", "old"}));
     EXPECT_EQ(listed[0], (CaptureCollection{"new", "New", "\U0001F35C", 200, 300, 1, 0, true}));
     EXPECT_EQ(listed[1].count, 0) << "a collection without members is listed with count 0";
     EXPECT_EQ(listed[2], (CaptureCollection{"old", "Old", "\U0001F4DA", 100, 100, 2, 3, false}));
@@ -45,7 +34,7 @@ TEST_F(Collections, ListingCountsMembersAndPutsTheLatestUpdateFirst) {
     store.moveCapture("c", std::nullopt);
     EXPECT_EQ(store.collections()[0].count, 0);
     store.dropEmptyCollections();
-    EXPECT_EQ(names(store.collections()), std::vector<std::string>{"Old"});
+    EXPECT_EQ(idsOf(store.collections()), std::vector<std::string>{"old"});
     EXPECT_EQ(store.capture("a")->collectionID, "old");
 }
 
@@ -53,7 +42,7 @@ TEST_F(Collections, MovingFilesOnlyWhileSettingAlsoFinishesProcessing) {
     store.insertCollection({"c", "C", "", 1, 1, 0, 0, false});
     store.insert(screen("a", 1));
     store.setRead("a", "text", std::nullopt);
-    store.recordFailure("a", "still failing", 60, 100);
+    store.recordFailure("a", "still failing", 60s, 100);
 
     store.moveCapture("a", "c");
     Capture moved = *store.capture("a");
@@ -75,28 +64,28 @@ TEST_F(Collections, RenamesStampTheTimeAndKeepTheUsersMark) {
     store.insertCollection({"auto", "Untitled", "", 1, 1, 0, 0, false});
     store.insertCollection({"mine", "Mine", "", 1, 2, 0, 0, false});
 
-    const Instant before = wallClock();
-    store.renameCollection("auto", "Ramen Spots", "\U0001F35C", 4, false);
-    const Instant after = wallClock();
+    store.renameCollection("auto", "Ramen Spots", "\U0001F35C", 4, LibraryStore::NamedBy::namer);
     auto renamed = store.collections().front();
     EXPECT_EQ(renamed.id, "auto");
     EXPECT_EQ(renamed.name, "Ramen Spots");
     EXPECT_EQ(renamed.emoji, "\U0001F35C");
     EXPECT_EQ(renamed.namedAtCount, 4);
     EXPECT_FALSE(renamed.userNamed);
-    EXPECT_GE(renamed.updatedAt, before);
-    EXPECT_LE(renamed.updatedAt, after);
+    EXPECT_EQ(renamed.updatedAt, clock.secondsSince1970());
 
-    store.renameCollection("mine", "My Name", "\u2B50", 1, true);
+    clock.advance(1min);
+    store.renameCollection("mine", "My Name", "\u2B50", 1, LibraryStore::NamedBy::user);
     EXPECT_TRUE(store.collections().front().userNamed);
-    store.renameCollection("mine", "Namer's Name", "\u2728", 9, false);
+    store.renameCollection("mine", "Namer's Name", "\u2728", 9, LibraryStore::NamedBy::namer);
     auto mine = store.collections().front();
     EXPECT_EQ(mine.name, "Namer's Name");
     EXPECT_TRUE(mine.userNamed) << "a rename by the namer never clears the user's mark";
 
+    clock.advance(1h);
     store.touchCollection("auto");
     EXPECT_EQ(store.collections().front().id, "auto");
-    EXPECT_NO_THROW(store.renameCollection("ghost", "x", "", 0, true));
+    EXPECT_EQ(store.collections().front().updatedAt, clock.secondsSince1970());
+    EXPECT_NO_THROW(store.renameCollection("ghost", "x", "", 0, LibraryStore::NamedBy::user));
 }
 
 using Vectors = StoreTest;
@@ -135,10 +124,10 @@ TEST_F(Vectors, RoundTripBitForBitAsLittleEndianFloats) {
     auto read = store.vector("a", VectorSpace::look);
     ASSERT_TRUE(read);
     EXPECT_EQ(bits(*read), bits(look));
-    auto all = store.vectors("nomic-embed-text", VectorSpace::look);
+    auto all = store.vectorRows("nomic-embed-text", VectorSpace::look);
     ASSERT_EQ(all.size(), 1u);
-    EXPECT_EQ(all[0].id, "a");
-    EXPECT_EQ(bits(all[0].vector), bits(look));
+    EXPECT_EQ(all.ids[0], "a");
+    EXPECT_EQ(bits({all.row(0).begin(), all.row(0).end()}), bits(look));
 }
 
 TEST_F(Vectors, AreWrittenAsGivenButReadAsNoneWhenNotFinite) {
@@ -153,7 +142,6 @@ TEST_F(Vectors, AreWrittenAsGivenButReadAsNoneWhenNotFinite) {
               (std::vector<std::uint8_t>{0x34, 0x12, 0xC0, 0x7F}));
 
     EXPECT_EQ(store.vector("a", VectorSpace::look), std::nullopt);
-    EXPECT_TRUE(store.vectors("m", VectorSpace::look).empty());
     EXPECT_EQ(store.vectorRows("m", VectorSpace::look).size(), 0u);
     EXPECT_EQ(store.vector("a", VectorSpace::meaning), (std::vector<float>{0.6f, 0.8f}));
 }
@@ -171,14 +159,10 @@ TEST_F(Vectors, OneVectorPerSpaceAndModelsKeptApart) {
     EXPECT_EQ(store.vector("b", VectorSpace::meaning), std::nullopt);
     EXPECT_EQ(rowsNaming("vectors", "capture_id", "a"), 2);
 
-    auto newLooks = store.vectors("new-model", VectorSpace::look);
-    ASSERT_EQ(newLooks.size(), 1u);
-    EXPECT_EQ(newLooks[0].id, "a");
-    auto oldLooks = store.vectors("old-model", VectorSpace::look);
-    ASSERT_EQ(oldLooks.size(), 1u);
-    EXPECT_EQ(oldLooks[0].id, "b");
-    EXPECT_EQ(store.vectors("old-model", VectorSpace::meaning).size(), 1u);
-    EXPECT_TRUE(store.vectors("other", VectorSpace::look).empty());
+    EXPECT_EQ(store.vectorRows("new-model", VectorSpace::look).ids, std::vector<std::string>{"a"});
+    EXPECT_EQ(store.vectorRows("old-model", VectorSpace::look).ids, std::vector<std::string>{"b"});
+    EXPECT_EQ(store.vectorRows("old-model", VectorSpace::meaning).size(), 1u);
+    EXPECT_EQ(store.vectorRows("other", VectorSpace::look).size(), 0u);
 }
 
 TEST_F(Vectors, OddBlobsReadAsWholeFloatsOnly) {
@@ -193,8 +177,9 @@ TEST_F(Vectors, OddBlobsReadAsWholeFloatsOnly) {
     EXPECT_EQ(store.vector("a", VectorSpace::look), (std::vector<float>{1, 2})) << "dim is not consulted";
     EXPECT_EQ(store.vector("b", VectorSpace::look), std::vector<float>{});
     EXPECT_EQ(store.vector("c", VectorSpace::look), std::nullopt);
-    auto all = store.vectors("m", VectorSpace::look);
+    const auto all = store.vectorRows("m", VectorSpace::look);
     EXPECT_EQ(all.size(), 2u) << "a row whose vector is not a BLOB is skipped";
+    EXPECT_EQ(all.floats.size(), 2u) << "whole floats only";
 }
 
 } // namespace

@@ -11,14 +11,6 @@ namespace {
 
 using Listings = StoreTest;
 
-std::vector<std::string> ids(const std::vector<Capture>& captures) {
-    std::vector<std::string> out;
-    for (const auto& c : captures) {
-        out.push_back(c.id);
-    }
-    return out;
-}
-
 using Strings = std::vector<std::string>;
 
 TEST_F(Listings, EachFilterListsItsCapturesNewestFirst) {
@@ -40,17 +32,17 @@ TEST_F(Listings, EachFilterListsItsCapturesNewestFirst) {
     store.setDescribed("s2", Described{"t", "", CaptureKind::code, {}, {}, {}});
     store.setDescribed("s6", Described{"t", "", CaptureKind::code, {}, {}, {}});
 
-    EXPECT_EQ(ids(store.captures(LibraryFilter::recent(), 3)), (Strings{"photo", "s12", "s11"}));
+    EXPECT_EQ(idsOf(store.captures(LibraryFilter::recent(), 3)), (Strings{"photo", "s12", "s11"}));
     EXPECT_EQ(store.captures(LibraryFilter::recent(), 10).size(), 10u);
-    EXPECT_EQ(ids(store.captures(LibraryFilter::collection("c"), 10)), (Strings{"s5", "s3"}));
-    EXPECT_EQ(ids(store.captures(LibraryFilter::kind(CaptureKind::code), 10)), (Strings{"s6", "s2"}));
-    EXPECT_EQ(ids(store.captures(LibraryFilter::source("Xcode"), 2)), (Strings{"s12", "s10"}));
+    EXPECT_EQ(idsOf(store.captures(LibraryFilter::collection("c"), 10)), (Strings{"s5", "s3"}));
+    EXPECT_EQ(idsOf(store.captures(LibraryFilter::kind(CaptureKind::code), 10)), (Strings{"s6", "s2"}));
+    EXPECT_EQ(idsOf(store.captures(LibraryFilter::source("Xcode"), 2)), (Strings{"s12", "s10"}));
     EXPECT_TRUE(store.captures(LibraryFilter::source("xcode"), 10).empty()) << "sources compare exactly";
-    EXPECT_EQ(ids(store.captures(LibraryFilter::media(CaptureMedia::video), 10)), Strings{"video"});
-    EXPECT_EQ(ids(store.captures(LibraryFilter::favorites(), 10)), Strings{"s4"});
+    EXPECT_EQ(idsOf(store.captures(LibraryFilter::media(CaptureMedia::video), 10)), Strings{"video"});
+    EXPECT_EQ(idsOf(store.captures(LibraryFilter::favorites(), 10)), Strings{"s4"});
     // `since` compares the time kept, never the time taken.
-    EXPECT_EQ(ids(store.captures(LibraryFilter::since(1100), 10)), (Strings{"photo", "s12", "s11"}));
-    EXPECT_EQ(ids(store.captures(LibraryFilter::since(1200), 10)), (Strings{"photo", "s12"}));
+    EXPECT_EQ(idsOf(store.captures(LibraryFilter::since(1100), 10)), (Strings{"photo", "s12", "s11"}));
+    EXPECT_EQ(idsOf(store.captures(LibraryFilter::since(1200), 10)), (Strings{"photo", "s12"}));
     auto unsorted = store.captures(LibraryFilter::unsorted(), 100);
     EXPECT_EQ(unsorted.size(), 12u);
     for (const auto& c : unsorted) {

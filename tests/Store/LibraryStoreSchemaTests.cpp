@@ -1,5 +1,7 @@
 #include "Store/LibraryStore.h"
 
+#include "support/EnvironmentOverride.h"
+#include "support/FakeFiles.h"
 #include "support/TemporaryDirectory.h"
 
 #include <cstdlib>
@@ -63,7 +65,7 @@ std::string schemaText(Database& db) {
 
 } // namespace
 
-TEST(LibraryStoreSchema, OpeningAMissingDirectoryCreatesTheWholeLibrary) {
+TEST(LibraryStoreSchema, OpeningAMissingDirectoryCreatesTheWholeLibraryOnce) {
     keepery::testing::TemporaryDirectory dir;
     const auto root = dir / "deep" / "Keepery";
     {
@@ -94,19 +96,10 @@ TEST(LibraryStoreSchema, OpeningAMissingDirectoryCreatesTheWholeLibrary) {
     EXPECT_EQ(row.at("media"), Value("screen"));
     EXPECT_EQ(row.at("highlights"), Value("[]"));
     EXPECT_EQ(row.at("next_attempt_at"), Value(0.0));
-}
 
-TEST(LibraryStoreSchema, ReopeningChangesNothing) {
-    keepery::testing::TemporaryDirectory dir;
-    std::string before;
-    {
-        LibraryStore store(dir.path());
-        Database db((dir / "library.sqlite").string());
-        before = schemaText(db);
-    }
-    LibraryStore again(dir.path());
-    Database db((dir / "library.sqlite").string());
-    EXPECT_EQ(schemaText(db), before);
+    const std::string before = schemaText(db);
+    { LibraryStore again(root); }
+    EXPECT_EQ(schemaText(db), before) << "reopening changes nothing";
     EXPECT_EQ(db.userVersion(), 2);
 }
 
@@ -171,6 +164,12 @@ TEST(LibraryStoreSchema, AFileWhereTheDirectoryShouldBeFailsWithTheFileSystemErr
     keepery::testing::TemporaryDirectory dir;
     std::ofstream(dir / "Keepery") << "not a directory";
     EXPECT_THROW(LibraryStore store(dir / "Keepery"), std::filesystem::filesystem_error);
+    // A directory that fails half way stops the opening before any database exists.
+    keepery::testing::FakeFiles files;
+    files.failNext(keepery::testing::FakeFiles::Operation::createDirectories, dir / "lib2" / "thumbs");
+    EXPECT_THROW(LibraryStore store(dir / "lib2", Clock::system(), files), std::filesystem::filesystem_error);
+    EXPECT_TRUE(std::filesystem::exists(dir / "lib2" / "captures"));
+    EXPECT_FALSE(std::filesystem::exists(dir / "lib2" / "library.sqlite"));
     // A directory where the database file should be fails in the access layer.
     std::filesystem::create_directories(dir / "lib" / "library.sqlite");
     EXPECT_THROW(LibraryStore store(dir / "lib"), Database::Failure);
@@ -193,16 +192,11 @@ TEST(LibraryStoreSchema, FileLocationsArePureFunctionsOfTheRoot) {
 }
 
 TEST(LibraryStoreSchema, TheDefaultRootFollowsTheDataHome) {
-    const char* saved = std::getenv("XDG_DATA_HOME");
-    const std::string previous = saved != nullptr ? saved : "";
-    setenv("XDG_DATA_HOME", "/data/home", 1);
-    EXPECT_EQ(LibraryStore::defaultRoot(), std::filesystem::path("/data/home/Keepery"));
-    setenv("XDG_DATA_HOME", "relative/ignored", 1);
-    EXPECT_EQ(LibraryStore::defaultRoot().filename(), "Keepery");
-    EXPECT_EQ(LibraryStore::defaultRoot().parent_path().filename(), "share");
-    if (saved != nullptr) {
-        setenv("XDG_DATA_HOME", previous.c_str(), 1);
-    } else {
-        unsetenv("XDG_DATA_HOME");
+    {
+        keepery::testing::EnvironmentOverride env{{"XDG_DATA_HOME", "/data/home"}};
+        EXPECT_EQ(LibraryStore::defaultRoot(), std::filesystem::path("/data/home/Keepery"));
     }
+    keepery::testing::EnvironmentOverride env{{"XDG_DATA_HOME", "relative/ignored"},
+                                              {"HOME", "/home/someone"}};
+    EXPECT_EQ(LibraryStore::defaultRoot(), std::filesystem::path("/home/someone/.local/share/Keepery"));
 }

@@ -60,7 +60,7 @@ TEST_F(SampleLibraries, AreTheSameForTheSameSeedAndWriteThroughTheStore) {
     }
     EXPECT_EQ(filed + static_cast<std::int64_t>(store.captures(LibraryFilter::unsorted(), 100).size()), 60);
     EXPECT_TRUE(store.pending(1e12, 100).empty()) << "every capture is processed to the end";
-    EXPECT_EQ(store.vectors(options.embeddingModel, VectorSpace::meaning).size(), 60u);
+    EXPECT_EQ(store.vectorRows(options.embeddingModel, VectorSpace::meaning).size(), 60u);
     const Capture stored = *store.capture(library.captureID(5));
     EXPECT_EQ(stored.ocrText, library.capture(5).ocrText);
     EXPECT_FALSE(store.textSearch(library.topicQuery(library.capture(5).topic), 100).empty());

@@ -3,6 +3,8 @@
 #include "Store/Database.h"
 #include "Store/LibraryStore.h"
 #include "Understanding/CaptureDescription.h"
+#include "support/FakeClock.h"
+#include "support/FakeFiles.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -16,12 +18,22 @@ namespace keepery::testing {
 // What the describer hands the store.
 using Described = CaptureDescription;
 
-// A store in a fresh library directory, and a second connection to the same file for reading and writing
-// rows behind the store's back.
+// The ids of captures or collections, in their order.
+template <typename Records>
+std::vector<std::string> idsOf(const Records& records) {
+    std::vector<std::string> ids;
+    for (const auto& record : records) {
+        ids.push_back(record.id);
+    }
+    return ids;
+}
+
+// A store in a fresh library directory on a clock and files the test controls, and a second connection to
+// the same file for reading and writing rows behind the store's back.
 class StoreTest : public ::testing::Test {
 protected:
     StoreTest()
-        : store(directory.path() / "Library"),
+        : store(directory.path() / "Library", clock, files),
           raw((directory.path() / "Library" / "library.sqlite").string()) {}
 
     static Capture screen(std::string id, Instant createdAt, std::string app = "Safari",
@@ -65,6 +77,8 @@ protected:
     }
 
     TemporaryDirectory directory;
+    FakeClock clock;
+    FakeFiles files;
     LibraryStore store;
     Database raw;
 };

@@ -86,11 +86,7 @@ TEST_F(Shelves, AShelfListsWhatWasKeptSinceItsStart) {
     store.insert(screen("monday", now - 2 * 86400));
     store.insert(screen("last-week", now - 3 * 86400));
     auto listed = [&](TimeShelf shelf) {
-        std::vector<std::string> ids;
-        for (const auto& c : store.captures(LibraryFilter::since(shelf.start(now, utc)), 10)) {
-            ids.push_back(c.id);
-        }
-        return ids;
+        return idsOf(store.captures(LibraryFilter::since(shelf.start(now, utc)), 10));
     };
     EXPECT_EQ(listed(TimeShelf::today), std::vector<std::string>{"this-morning"});
     EXPECT_EQ(listed(TimeShelf::thisWeek), (std::vector<std::string>{"this-morning", "monday"}));

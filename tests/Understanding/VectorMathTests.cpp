@@ -92,7 +92,7 @@ TEST(VectorMath, UnitScalesToLengthOneOrLeavesAlone) {
 }
 
 TEST(VectorMath, CentroidIsTheDirectionOfTheSum) {
-    EXPECT_EQ(VectorMath::centroid({}), std::nullopt);
+    EXPECT_EQ(VectorMath::centroid(std::vector<std::vector<float>>{}), std::nullopt);
     const auto middle = VectorMath::centroid({{1, 0}, {0, 1}, {5, 5, 5}});
     ASSERT_TRUE(middle);
     ASSERT_EQ(middle->size(), 2u);

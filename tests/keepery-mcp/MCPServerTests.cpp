@@ -17,7 +17,8 @@ protected:
     keepery::testing::TemporaryDirectory dir;
     LibraryStore store{dir.path()};
     // Nothing listens on port 1: a search would rank by words alone.
-    Library library{store, OllamaClient("http://127.0.0.1:1"), "vision", "embedding", Organizer()};
+    Library library{{.store = store, .client = OllamaClient("http://127.0.0.1:1")},
+                    {.visionModel = "vision", .embeddingModel = "embedding"}};
     MCPServer server{library, store, "1.2.3"};
 
     json reply(const std::string& line) {

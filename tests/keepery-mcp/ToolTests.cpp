@@ -83,7 +83,8 @@ protected:
     std::unique_ptr<icu::TimeZone> savedZone{icu::TimeZone::createDefault()};
     int kept = 0;
     // Nothing listens on port 1: searches rank by words alone.
-    Library library{store, OllamaClient("http://127.0.0.1:1"), "vision", "embedding", Organizer()};
+    Library library{{.store = store, .client = OllamaClient("http://127.0.0.1:1")},
+                    {.visionModel = "vision", .embeddingModel = "embedding"}};
     MCPServer server{library, store, "1.0.0"};
 };
 

@@ -28,11 +28,11 @@ std::vector<ScoredID> sortedStandouts(std::vector<ScoredID> scored) {
     return scored;
 }
 
-std::vector<SearchMerge::Candidate> candidates(const std::vector<LibraryStore::StoredVector>& stored) {
+std::vector<SearchMerge::Candidate> candidates(const LibraryStore::VectorRows& stored) {
     std::vector<SearchMerge::Candidate> out;
     out.reserve(stored.size());
-    for (const LibraryStore::StoredVector& v : stored) {
-        out.push_back({v.id, v.vector});
+    for (std::size_t i = 0; i < stored.size(); ++i) {
+        out.push_back({stored.ids[i], stored.row(i)});
     }
     return out;
 }
@@ -64,9 +64,9 @@ SearchFindings ReferenceSearch::findings(const std::string& query) {
     }
     if (queryVector) {
         for (const VectorSpace space : {VectorSpace::look, VectorSpace::meaning}) {
-            std::vector<LibraryStore::StoredVector> stored;
+            LibraryStore::VectorRows stored;
             try {
-                stored = store_.vectors(embeddingModel_, space);
+                stored = store_.vectorRows(embeddingModel_, space);
             } catch (const std::exception&) {
             }
             const auto all = candidates(stored);
@@ -116,7 +116,7 @@ std::vector<Capture> ReferenceSearch::related(const std::string& captureID, std:
         if (!own) {
             return {};
         }
-        const auto stored = store_.vectors(embeddingModel_, VectorSpace::meaning);
+        const auto stored = store_.vectorRows(embeddingModel_, VectorSpace::meaning);
         const auto all = candidates(stored);
         auto scored = SearchMerge::scores(*own, all, std::string_view(captureID));
         std::erase_if(scored, [](const ScoredID& pair) { return !(pair.score >= 0.76f); });

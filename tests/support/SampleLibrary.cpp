@@ -3,10 +3,11 @@
 #include "Store/LibraryStore.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdio>
-#include <string_view>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
 
 namespace keepery::testing {
 namespace {
@@ -51,8 +52,8 @@ std::uint64_t mix(std::uint64_t a, std::uint64_t b) {
 }
 
 struct Topic {
-    const char* name;
-    const char* emoji;
+    std::string name;
+    std::string emoji;
     CaptureKind kind;
     std::vector<std::string> words; // the first two are its typical query
     std::vector<std::string> tags;
@@ -60,343 +61,45 @@ struct Topic {
     std::vector<std::string> hosts;
 };
 
-const std::vector<Topic>& topics() {
-    static const std::vector<Topic> all{
-        {"Tokyo Ramen",
-         "\U0001F35C",
-         CaptureKind::food,
-         {"tokyo", "ramen", "noodles", "broth", "shoyu", "tonkotsu", "shibuya", "izakaya", "menu", "queue"},
-         {"ramen", "tokyo", "japan", "noodles", "food"},
-         {"Safari", "Maps"},
-         {"tabelog.com", "www.timeout.com"}},
-        {"Rust Async",
-         "\U0001F980",
-         CaptureKind::code,
-         {"rust", "async", "tokio", "future", "await", "executor", "borrow", "lifetime", "crate", "runtime"},
-         {"rust", "async", "programming", "concurrency"},
-         {"Visual Studio Code", "Terminal", "Safari"},
-         {"docs.rs", "github.com"}},
-        {"React Hooks",
-         "\u269B\uFE0F",
-         CaptureKind::code,
-         {"react", "hooks", "state", "effect", "component", "render", "props", "context", "reducer", "memo"},
-         {"react", "javascript", "frontend", "hooks"},
-         {"Visual Studio Code", "Google Chrome"},
-         {"react.dev", "stackoverflow.com"}},
-        {"Kitchen Renovation",
-         "\U0001F528",
-         CaptureKind::design,
-         {"kitchen", "tiles", "cabinets", "countertop", "renovation", "plumbing", "backsplash", "oak",
-          "quote", "contractor"},
-         {"kitchen", "renovation", "home", "interior"},
-         {"Safari", "Pinterest"},
-         {"www.houzz.com", "www.ikea.com"}},
-        {"Lisbon Trip",
-         "\u2708\uFE0F",
-         CaptureKind::place,
-         {"lisbon", "flight", "hotel", "tram", "alfama", "booking", "itinerary", "pastel", "nata", "sintra"},
-         {"travel", "lisbon", "portugal", "trip"},
-         {"Safari", "Mail"},
-         {"www.booking.com", "www.tripadvisor.com"}},
-        {"Invoices",
-         "\U0001F9FE",
-         CaptureKind::receipt,
-         {"invoice", "payment", "total", "due", "vat", "amount", "account", "billing", "receipt", "order"},
-         {"invoice", "finance", "billing"},
-         {"Mail", "Preview"},
-         {"dashboard.stripe.com", "www.paypal.com"}},
-        {"Machine Learning",
-         "\U0001F9E0",
-         CaptureKind::article,
-         {"embedding", "vector", "transformer", "attention", "training", "dataset", "gradient", "inference",
-          "benchmark", "model"},
-         {"machine learning", "ai", "research", "papers"},
-         {"Safari", "Preview"},
-         {"arxiv.org", "huggingface.co"}},
-        {"Sourdough",
-         "\U0001F35E",
-         CaptureKind::recipe,
-         {"sourdough", "starter", "flour", "hydration", "levain", "crumb", "bake", "oven", "proof", "dough"},
-         {"baking", "bread", "sourdough", "recipe"},
-         {"Safari"},
-         {"www.kingarthurbaking.com", "www.seriouseats.com"}},
-        {"Marathon Training",
-         "\U0001F3C3",
-         CaptureKind::data,
-         {"marathon", "pace", "running", "interval", "tempo", "heart", "rate", "mileage", "shoes",
-          "recovery"},
-         {"running", "fitness", "marathon", "training"},
-         {"Strava", "Safari"},
-         {"www.strava.com"}},
-        {"Design System",
-         "\U0001F3A8",
-         CaptureKind::design,
-         {"typography", "palette", "button", "spacing", "token", "component", "grid", "icon", "contrast",
-          "figma"},
-         {"design", "ui", "design system", "typography"},
-         {"Figma", "Safari"},
-         {"www.figma.com", "m3.material.io"}},
-        {"Launch Chat",
-         "\U0001F4AC",
-         CaptureKind::chat,
-         {"standup", "deploy", "release", "blocker", "review", "sprint", "ticket", "meeting", "launch",
-          "feedback"},
-         {"work", "team", "release"},
-         {"Slack", "Messages"},
-         {}},
-        {"Office Chairs",
-         "\U0001FA91",
-         CaptureKind::product,
-         {"chair", "ergonomic", "desk", "monitor", "lumbar", "armrest", "mesh", "standing", "price",
-          "review"},
-         {"office", "furniture", "shopping"},
-         {"Safari"},
-         {"www.amazon.com", "www.hermanmiller.com"}},
-        {"Quarterly Numbers",
-         "\U0001F4CA",
-         CaptureKind::spreadsheet,
-         {"revenue", "quarter", "forecast", "margin", "budget", "churn", "growth", "pipeline", "expenses",
-          "headcount"},
-         {"finance", "report", "planning"},
-         {"Numbers", "Microsoft Excel"},
-         {}},
-        {"Vegetable Garden",
-         "\U0001F331",
-         CaptureKind::idea,
-         {"tomato", "basil", "seedling", "compost", "raised", "bed", "watering", "soil", "harvest", "mulch"},
-         {"garden", "plants", "outdoors"},
-         {"Safari", "Notes"},
-         {"www.rhs.org.uk"}},
-        {"Espresso",
-         "\u2615",
-         CaptureKind::food,
-         {"espresso", "grinder", "roast", "pour", "latte", "beans", "crema", "filter", "kettle", "barista"},
-         {"coffee", "espresso", "brewing"},
-         {"Safari", "YouTube"},
-         {"www.home-barista.com", "www.youtube.com"}},
-        {"Linux Kernel",
-         "\U0001F427",
-         CaptureKind::code,
-         {"kernel", "scheduler", "syscall", "driver", "patch", "module", "ebpf", "cgroup", "namespace",
-          "interrupt"},
-         {"linux", "kernel", "systems"},
-         {"Terminal", "Safari"},
-         {"lwn.net", "lore.kernel.org"}},
-        {"Photography",
-         "\U0001F4F7",
-         CaptureKind::social,
-         {"aperture", "lens", "portrait", "exposure", "shutter", "iso", "bokeh", "tripod", "lightroom",
-          "sunset"},
-         {"photography", "camera", "inspiration"},
-         {"Safari", "Instagram"},
-         {"www.instagram.com", "500px.com"}},
-        {"Wedding Planning",
-         "\U0001F48D",
-         CaptureKind::document,
-         {"venue", "guest", "catering", "invitation", "florist", "rsvp", "dress", "photographer", "seating",
-          "cake"},
-         {"wedding", "planning", "family"},
-         {"Pages", "Mail"},
-         {"www.theknot.com"}},
-        {"Apartment Hunt",
-         "\U0001F3E0",
-         CaptureKind::place,
-         {"apartment", "rent", "lease", "deposit", "bedroom", "landlord", "neighborhood", "viewing",
-          "balcony", "commute"},
-         {"housing", "apartment", "moving"},
-         {"Safari", "Maps"},
-         {"www.zillow.com", "www.rightmove.co.uk"}},
-        {"Climate Reading",
-         "\U0001F30D",
-         CaptureKind::article,
-         {"climate", "emissions", "carbon", "warming", "solar", "wind", "policy", "renewable", "grid",
-          "heatwave"},
-         {"climate", "energy", "news"},
-         {"Safari"},
-         {"www.theguardian.com", "www.nature.com"}},
-        {"Guitar Lessons",
-         "\U0001F3B8",
-         CaptureKind::video,
-         {"guitar", "chord", "riff", "tab", "fingerstyle", "capo", "strum", "scale", "tuning", "amp"},
-         {"music", "guitar", "lessons"},
-         {"YouTube", "Safari"},
-         {"www.youtube.com", "www.ultimate-guitar.com"}},
-        {"Tax Return",
-         "\U0001F4C1",
-         CaptureKind::document,
-         {"tax", "return", "deduction", "filing", "refund", "income", "pension", "advisor", "allowance",
-          "deadline"},
-         {"tax", "finance", "paperwork"},
-         {"Preview", "Safari"},
-         {"www.gov.uk", "www.irs.gov"}},
-        {"Board Games",
-         "\U0001F3B2",
-         CaptureKind::product,
-         {"boardgame", "dice", "meeple", "strategy", "expansion", "deck", "tokens", "cooperative", "campaign",
-          "rulebook"},
-         {"games", "hobby", "shopping"},
-         {"Safari"},
-         {"boardgamegeek.com"}},
-        {"Podcast Notes",
-         "\U0001F399\uFE0F",
-         CaptureKind::idea,
-         {"podcast", "episode", "interview", "guest", "transcript", "host", "recording", "microphone",
-          "listener", "season"},
-         {"podcasts", "ideas", "listening"},
-         {"Podcasts", "Notes"},
-         {"overcast.fm"}},
-        {"Skincare",
-         "\U0001F9F4",
-         CaptureKind::product,
-         {"serum", "sunscreen", "retinol", "moisturizer", "cleanser", "niacinamide", "spf", "toner", "acne",
-          "routine"},
-         {"skincare", "beauty", "shopping"},
-         {"Safari", "Instagram"},
-         {"www.sephora.com"}},
-        {"Kubernetes",
-         "\U0001F6A2",
-         CaptureKind::code,
-         {"kubernetes", "pod", "deployment", "cluster", "helm", "ingress", "node", "container", "yaml",
-          "replica"},
-         {"kubernetes", "devops", "infrastructure"},
-         {"Terminal", "Google Chrome"},
-         {"kubernetes.io"}},
-        {"Bird Watching",
-         "\U0001F426",
-         CaptureKind::social,
-         {"heron", "warbler", "binoculars", "migration", "wetland", "sparrow", "owl", "nest", "feeder",
-          "species"},
-         {"birds", "nature", "outdoors"},
-         {"Safari"},
-         {"ebird.org", "www.audubon.org"}},
-        {"Mortgage",
-         "\U0001F3E6",
-         CaptureKind::spreadsheet,
-         {"mortgage", "interest", "loan", "principal", "amortization", "lender", "refinance", "escrow",
-          "fixed", "term"},
-         {"mortgage", "finance", "housing"},
-         {"Numbers", "Safari"},
-         {"www.bankrate.com"}},
-        {"Paris Museums",
-         "\U0001F5BC\uFE0F",
-         CaptureKind::place,
-         {"louvre", "orsay", "museum", "exhibition", "paris", "ticket", "gallery", "painting", "sculpture",
-          "monet"},
-         {"art", "paris", "museums", "travel"},
-         {"Safari", "Maps"},
-         {"www.louvre.fr", "www.musee-orsay.fr"}},
-        {"Newsletters",
-         "\U0001F4E7",
-         CaptureKind::email,
-         {"newsletter", "subscribe", "digest", "weekly", "issue", "inbox", "sponsor", "announcement",
-          "unsubscribe", "roundup"},
-         {"email", "newsletters", "reading"},
-         {"Mail"},
-         {}},
-        {"Vegan Cooking",
-         "\U0001F957",
-         CaptureKind::recipe,
-         {"vegan", "chickpea", "lentil", "tofu", "curry", "salad", "tahini", "roasted", "quinoa", "spinach"},
-         {"vegan", "recipe", "cooking", "dinner"},
-         {"Safari"},
-         {"minimalistbaker.com", "www.bbcgoodfood.com"}},
-        {"Chess Openings",
-         "\u265F\uFE0F",
-         CaptureKind::idea,
-         {"chess", "opening", "gambit", "endgame", "rook", "bishop", "knight", "sicilian", "tactics",
-          "puzzle"},
-         {"chess", "games", "strategy"},
-         {"Safari"},
-         {"lichess.org", "www.chess.com"}},
-        {"Cycling Routes",
-         "\U0001F6B4",
-         CaptureKind::place,
-         {"cycling", "route", "gravel", "climb", "elevation", "bikepacking", "trail", "saddle", "gpx",
-          "descent"},
-         {"cycling", "outdoors", "routes"},
-         {"Safari", "Maps"},
-         {"www.komoot.com", "ridewithgps.com"}},
-        {"Database Tuning",
-         "\U0001F5C4\uFE0F",
-         CaptureKind::code,
-         {"sqlite", "index", "query", "planner", "vacuum", "wal", "transaction", "btree", "latency",
-          "checkpoint"},
-         {"databases", "performance", "sql"},
-         {"Terminal", "Safari"},
-         {"sqlite.org", "use-the-index-luke.com"}},
-        {"Baby Gear",
-         "\U0001F37C",
-         CaptureKind::product,
-         {"stroller", "carseat", "crib", "diaper", "bottle", "carrier", "onesie", "nursery", "pacifier",
-          "bassinet"},
-         {"baby", "family", "shopping"},
-         {"Safari"},
-         {"www.babylist.com"}},
-        {"Interview Prep",
-         "\U0001F4BC",
-         CaptureKind::document,
-         {"resume", "interview", "salary", "offer", "recruiter", "portfolio", "negotiation", "cover",
-          "letter", "role"},
-         {"career", "jobs", "interviews"},
-         {"Pages", "Safari"},
-         {"www.linkedin.com", "www.levels.fyi"}},
-    };
-    return all;
+// The words a library is made of, read once from the data file beside this one.
+struct SampleWords {
+    std::vector<Topic> topics;
+    // The words every screen is full of, most common first (sampled with a Zipf-like skew).
+    std::vector<std::string> commonWords;
+    std::vector<std::string> syllables;
+};
+
+const SampleWords& sampleWords() {
+    static const SampleWords loaded = [] {
+        std::ifstream in(KEEPERY_SAMPLE_LIBRARY_DATA);
+        if (!in) {
+            throw std::runtime_error("cannot read " KEEPERY_SAMPLE_LIBRARY_DATA);
+        }
+        const nlohmann::json json = nlohmann::json::parse(in);
+        SampleWords v;
+        for (const nlohmann::json& t : json.at("topics")) {
+            const auto kind = CaptureKind::fromRawValue(t.at("kind").get<std::string>());
+            if (!kind) {
+                throw std::runtime_error("unknown kind in " KEEPERY_SAMPLE_LIBRARY_DATA);
+            }
+            v.topics.push_back({t.at("name"), t.at("emoji"), *kind, t.at("words"), t.at("tags"), t.at("apps"),
+                                t.at("hosts")});
+        }
+        v.commonWords = json.at("commonWords").get<std::vector<std::string>>();
+        v.syllables = json.at("syllables").get<std::vector<std::string>>();
+        return v;
+    }();
+    return loaded;
 }
 
-// The words every screen is full of, most common first (sampled with a Zipf-like skew).
-const std::vector<std::string>& commonWords() {
-    static const std::vector<std::string> words{
-        "the",         "of",        "and",        "to",      "in",       "is",         "you",
-        "that",        "it",        "for",        "on",      "with",     "as",         "are",
-        "this",        "be",        "at",         "or",      "by",       "from",       "your",
-        "we",          "can",       "more",       "all",     "new",      "will",       "about",
-        "if",          "my",        "has",        "but",     "our",      "one",        "other",
-        "do",          "no",        "time",       "they",    "he",       "up",         "may",
-        "what",        "which",     "their",      "out",     "use",      "any",        "there",
-        "see",         "only",      "so",         "his",     "when",     "here",       "who",
-        "also",        "now",       "help",       "get",     "view",     "online",     "first",
-        "been",        "would",     "how",        "were",    "me",       "services",   "some",
-        "these",       "click",     "its",        "like",    "service",  "than",       "find",
-        "price",       "date",      "back",       "top",     "people",   "had",        "list",
-        "name",        "just",      "over",       "state",   "year",     "day",        "into",
-        "email",       "two",       "health",     "world",   "re",       "next",       "used",
-        "go",          "work",      "last",       "most",    "products", "music",      "buy",
-        "data",        "make",      "them",       "should",  "product",  "system",     "post",
-        "her",         "city",      "add",        "policy",  "number",   "such",       "please",
-        "available",   "copyright", "support",    "message", "after",    "best",       "software",
-        "then",        "jan",       "good",       "video",   "well",     "where",      "info",
-        "rights",      "public",    "books",      "high",    "school",   "through",    "each",
-        "links",       "she",       "review",     "years",   "order",    "very",       "privacy",
-        "book",        "items",     "company",    "read",    "group",    "need",       "many",
-        "user",        "said",      "does",       "set",     "under",    "general",    "research",
-        "university",  "january",   "mail",       "full",    "map",      "reviews",    "program",
-        "life",        "know",      "games",      "way",     "days",     "management", "part",
-        "could",       "great",     "united",     "hotel",   "real",     "item",       "international",
-        "center",      "ebay",      "must",       "store",   "travel",   "comments",   "made",
-        "development", "report",    "off",        "member",  "details",  "line",       "terms",
-        "before",      "hotels",    "did",        "send",    "right",    "type",       "because",
-        "local",       "those",     "using",      "results", "office",   "education",  "national",
-        "car",         "design",    "take",       "posted",  "internet", "address",    "community",
-        "within",      "states",    "area",       "want",    "phone",    "shipping",   "reserved",
-        "subject",     "between",   "forum",      "family",  "long",     "based",      "code",
-        "show",        "even",      "black",      "check",   "special",  "prices",     "website",
-        "index",       "being",     "women",      "much",    "sign",     "file",       "link",
-        "open",        "today",     "technology", "south",   "case",     "project",    "same",
-        "pages",       "version",   "section",    "own",     "found",    "sports",     "house",
-        "related",     "security",  "both",       "county",  "american", "photo",      "game",
-        "members",     "power",     "while",      "care",    "network",  "down",       "computer",
-        "systems",     "three",     "total",      "place",   "end",      "following",  "download"};
-    return words;
+const std::vector<Topic>& topics() {
+    return sampleWords().topics;
 }
 
 // A long tail of rare words (names, codes, jargon), made from syllables so the index holds tens of
 // thousands of distinct terms as a real library does.
 std::string rareWord(std::uint64_t n) {
-    static constexpr std::array<std::string_view, 32> syllables{
-        "ka",  "lo",  "mi",  "ren", "tas", "vo",  "qui", "zen", "bar", "dul", "fi",
-        "gor", "hap", "jun", "kel", "mor", "nex", "pla", "ru",  "sil", "tor", "um",
-        "vex", "wal", "yor", "zu",  "bri", "cla", "dro", "fen", "gri", "sto"};
+    const std::vector<std::string>& syllables = sampleWords().syllables;
     std::string word;
     const std::size_t length = 2 + n % 3;
     for (std::size_t i = 0; i < length; ++i) {
@@ -417,7 +120,7 @@ std::string capitalized(std::string word) {
 std::string textWord(Random& random, const std::vector<std::string>& topicWords) {
     const double roll = random.uniform();
     if (roll < 0.72) {
-        const auto& common = commonWords();
+        const auto& common = sampleWords().commonWords;
         const double u = random.uniform();
         return common[static_cast<std::size_t>(u * u * u * static_cast<double>(common.size()))];
     }
@@ -492,7 +195,7 @@ SampleLibrary::SampleLibrary(SampleLibraryOptions options) : options_(std::move(
         const Topic& t = topics()[topic];
         CaptureCollection collection;
         collection.id = uuid(random.next(), random.next());
-        collection.name = c < topics().size() ? t.name : std::string(t.name) + " " + capitalized(rareWord(c));
+        collection.name = c < topics().size() ? t.name : t.name + " " + capitalized(rareWord(c));
         collection.emoji = t.emoji;
         collection.createdAt = options_.firstKeptAt + random.uniform() * 86400.0;
         collection.updatedAt = collection.createdAt + random.uniform() * options_.secondsBetween *

@@ -1,7 +1,6 @@
 #include "Library/Library.h"
 
 #include "Library/SearchMerge.h"
-#include "Platform/MainQueue.h"
 #include "Platform/Text.h"
 #include "Understanding/EmbeddingText.h"
 
@@ -23,10 +22,10 @@ void quietly(Work&& work) {
 
 } // namespace
 
-Library::Library(LibraryStore& store, OllamaClient client, std::string visionModel,
-                 std::string embeddingModel, Organizer organizer)
-    : store_(store), client_(std::move(client)), embeddingModel_(std::move(embeddingModel)),
-      visionModel_(std::move(visionModel)), organizer_(organizer), index_(embeddingModel_) {}
+Library::Library(Services services, Options options)
+    : store_(services.store), client_(std::move(services.client)), mainQueue_(services.mainQueue),
+      embeddingModel_(std::move(options.embeddingModel)), visionModel_(std::move(options.visionModel)),
+      organizer_(options.organizer), index_(embeddingModel_) {}
 
 void Library::setOnChange(std::function<void()> callback) {
     std::lock_guard lock(lock_);
@@ -56,8 +55,13 @@ void Library::setOrganizer(Organizer organizer) {
 void Library::announce(std::unique_lock<std::mutex>& lock) {
     std::function<void()> callback = onChange_;
     lock.unlock();
-    if (callback) {
-        MainQueue::shared().runAndWait(callback);
+    if (!callback) {
+        return;
+    }
+    if (mainQueue_ != nullptr) {
+        mainQueue_->runAndWait(callback);
+    } else {
+        callback();
     }
 }
 
@@ -100,7 +104,8 @@ void Library::renameCollection(const std::string& collectionID, const std::strin
             members = found->count;
         }
     });
-    quietly([&] { store_.renameCollection(collectionID, name, emoji, members, /*byUser=*/true); });
+    quietly(
+        [&] { store_.renameCollection(collectionID, name, emoji, members, LibraryStore::NamedBy::user); });
     announce(lock);
 }
 
@@ -139,7 +144,8 @@ SearchFindings Library::findings(const std::string& query) {
                                      : Text::prefix(trimmed, mostEmbeddedQueryCharacters)),
             std::nullopt};
         std::vector<std::vector<float>> vectors =
-            client_.embed(embeddingModel_, std::span(&input, 1), queryEmbeddingTimeout);
+            client_.embed(embeddingModel_, std::span(&input, 1),
+                          std::chrono::duration<double>(queryEmbeddingTimeout).count());
         if (!vectors.empty()) {
             queryVector = std::move(vectors.front());
         }

@@ -4,9 +4,11 @@
 #include "Library/SearchIndex.h"
 #include "Model/Capture.h"
 #include "Organizing/Organizer.h"
+#include "Platform/MainQueue.h"
 #include "Store/LibraryStore.h"
 #include "Understanding/OllamaClient.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -32,24 +34,38 @@ public:
     static constexpr std::size_t fusedHits = 60;
     // At most this many captures are read to learn who belongs to which collection.
     static constexpr std::int64_t membershipListing = 100000;
-    // Seconds the query's embedding may take.
-    static constexpr double queryEmbeddingTimeout = 60;
+    // How long the query's embedding may take.
+    static constexpr std::chrono::seconds queryEmbeddingTimeout{60};
     // At most this many characters of a query are embedded. The embedding model reads a couple of
     // thousand tokens and the service drops the rest, so a longer text changes nothing but the time spent
     // sending and tokenizing it (a 10 MB query took longer than the whole search ought to).
     static constexpr std::size_t mostEmbeddedQueryCharacters = 32'768;
 
-    // Keeps the five values; no I/O and no checks.
-    Library(LibraryStore& store, OllamaClient client, std::string visionModel, std::string embeddingModel,
-            Organizer organizer);
+    // What the library works through. The store and the queue must outlive the library.
+    struct Services {
+        LibraryStore& store;
+        OllamaClient client;
+        // The front end's main thread, where change announcements run. A front end without a loop gives
+        // none: its callback then runs on the thread that made the change.
+        MainQueue* mainQueue = nullptr;
+    };
+
+    struct Options {
+        std::string visionModel;
+        std::string embeddingModel;
+        Organizer organizer{};
+    };
+
+    // Keeps the values; no I/O and no checks.
+    Library(Services services, Options options);
 
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
 
     [[nodiscard]] LibraryStore& store() const { return store_; }
 
-    // Called after every change, on the front end's main thread (MainQueue); the change does not return
-    // until the callback has.
+    // Called after every change, on the front end's main thread (see Services::mainQueue); the change does
+    // not return until the callback has.
     void setOnChange(std::function<void()> callback);
     // Takes effect for the next description or naming; announces nothing.
     void setVisionModel(std::string model);
@@ -87,6 +103,7 @@ private:
 
     LibraryStore& store_;
     const OllamaClient client_;
+    MainQueue* const mainQueue_;
     const std::string embeddingModel_;
 
     std::mutex lock_;

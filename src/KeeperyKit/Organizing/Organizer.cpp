@@ -4,38 +4,12 @@
 
 #include <algorithm>
 #include <limits>
-#include <optional>
 #include <stdexcept>
 
 namespace keepery {
 
-namespace {
-
-// `VectorMath::centroid` over views, so that members held in one contiguous array are not copied into
-// vectors of their own first: the same dimension rule (the first member's), the same skipping, the same
-// summation order, then `VectorMath::unit`.
-std::optional<std::vector<float>> centroid(std::span<const std::span<const float>> members) {
-    if (members.empty()) {
-        return std::nullopt;
-    }
-    const std::size_t dimension = members.front().size();
-    std::vector<float> sum(dimension, 0.0f);
-    for (const auto member : members) {
-        if (member.size() != dimension) {
-            continue;
-        }
-        for (std::size_t i = 0; i < dimension; ++i) {
-            sum[i] += member[i];
-        }
-    }
-    return VectorMath::unit(sum);
-}
-
-} // namespace
-
-Organizer::Organizer(float joinThreshold_, float formThreshold_, std::int64_t maxFormMembers_)
-    : joinThreshold(joinThreshold_), formThreshold(formThreshold_), maxFormMembers(maxFormMembers_) {
-    if (maxFormMembers_ < 0) {
+Organizer::Organizer(Thresholds thresholds_) : thresholds(thresholds_) {
+    if (thresholds.maxFormMembers < 0) {
         throw std::invalid_argument("Organizer: maxFormMembers must not be negative");
     }
 }
@@ -45,7 +19,7 @@ Organizer::Decision Organizer::decide(std::span<const float> vector, std::span<c
     const Group* chosen = nullptr;
     float chosenSimilarity = 0;
     for (const Group& group : collections) {
-        const auto center = centroid(group.members);
+        const auto center = VectorMath::centroid(group.members);
         if (!center) {
             continue;
         }
@@ -55,7 +29,7 @@ Organizer::Decision Organizer::decide(std::span<const float> vector, std::span<c
             best = std::max(best, VectorMath::dot(vector, member));
         }
         const float similarity = VectorMath::dot(vector, *center);
-        if (similarity >= joinThreshold && best >= formThreshold &&
+        if (similarity >= thresholds.join && best >= thresholds.form &&
             (chosen == nullptr || similarity > chosenSimilarity)) {
             chosen = &group;
             chosenSimilarity = similarity;
@@ -72,13 +46,13 @@ Organizer::Decision Organizer::decide(std::span<const float> vector, std::span<c
     std::vector<Kept> kept;
     for (const Candidate& candidate : unsorted) {
         const float similarity = VectorMath::dot(vector, candidate.vector);
-        if (similarity >= formThreshold) {
+        if (similarity >= thresholds.form) {
             kept.push_back({candidate.id, similarity});
         }
     }
     std::stable_sort(kept.begin(), kept.end(),
                      [](const Kept& a, const Kept& b) { return a.similarity > b.similarity; });
-    const auto most = static_cast<std::size_t>(std::max<std::int64_t>(maxFormMembers, 0));
+    const auto most = static_cast<std::size_t>(std::max<std::int64_t>(thresholds.maxFormMembers, 0));
     if (kept.size() > most) {
         kept.resize(most);
     }

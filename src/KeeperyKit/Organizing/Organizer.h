@@ -16,9 +16,17 @@ namespace keepery {
 // nowhere. Similarities are dot products of 32-bit vectors (`VectorMath::dot`), compared with the
 // thresholds in 32-bit floats, equality included. A value; pure; any thread.
 struct Organizer {
-    static constexpr float defaultJoin = 0.8f;
-    static constexpr float defaultForm = 0.79f;
-    static constexpr std::int64_t defaultMaxFormMembers = 12;
+    // How close is close enough. The values given here are the ones every front end runs with.
+    struct Thresholds {
+        // The least similarity to a collection's centroid for joining it.
+        float join = 0.8f;
+        // The least similarity to the best member for joining, and to each companion for forming.
+        float form = 0.79f;
+        // The most unsorted companions a new collection forms with; never negative.
+        std::int64_t maxFormMembers = 12;
+
+        bool operator==(const Thresholds&) const = default;
+    };
 
     // One existing collection as the organizer sees it. `members` are views of the member captures'
     // vectors (rows of a contiguous array, or owned vectors); the caller keeps them alive for `decide`.
@@ -70,22 +78,18 @@ struct Organizer {
         bool operator==(const Decision&) const = default;
     };
 
-    // The least similarity to a collection's centroid for joining it.
-    float joinThreshold = defaultJoin;
-    // The least similarity to the best member for joining, and to each companion for forming.
-    float formThreshold = defaultForm;
-    // The most unsorted companions a new collection forms with; never negative.
-    std::int64_t maxFormMembers = defaultMaxFormMembers;
+    // Set only through the constructors, which check them.
+    Thresholds thresholds;
 
-    // The thresholds the engine runs with: 0.8, 0.79 and 12.
+    // The thresholds the engine runs with.
     Organizer() = default;
 
-    // Throws std::invalid_argument when `maxFormMembers` is negative.
-    Organizer(float joinThreshold, float formThreshold, std::int64_t maxFormMembers);
+    // Throws std::invalid_argument when `thresholds.maxFormMembers` is negative.
+    explicit Organizer(Thresholds thresholds);
 
     // Join the candidate group of the highest centroid similarity (the first on ties), where a candidate
-    // has centroid similarity ≥ `joinThreshold` and best member similarity ≥ `formThreshold` (groups
-    // without members are skipped); otherwise form with the unsorted captures at ≥ `formThreshold`, most
+    // has centroid similarity ≥ `thresholds.join` and best member similarity ≥ `thresholds.form` (groups
+    // without members are skipped); otherwise form with the unsorted captures at ≥ `thresholds.form`, most
     // similar first (stable on ties), at most `maxFormMembers` of them; otherwise stay unsorted. Ids are
     // not looked at: an entry of `unsorted` that is the capture itself counts like any other.
     [[nodiscard]] Decision decide(std::span<const float> vector, std::span<const Group> collections,

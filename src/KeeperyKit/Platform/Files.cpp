@@ -7,7 +7,7 @@
 #include <system_error>
 #include <unistd.h>
 
-namespace keepery::Files {
+namespace keepery {
 namespace {
 
 [[noreturn]] void fail(const char* what, const std::filesystem::path& path, int error) {
@@ -51,9 +51,24 @@ private:
     bool kept_ = false;
 };
 
-} // namespace
+class LocalFiles final : public Files {
+public:
+    void writeAtomically(const std::filesystem::path& path,
+                         std::span<const std::uint8_t> bytes) const override;
 
-void writeAtomically(const std::filesystem::path& path, std::span<const std::uint8_t> bytes) {
+    void createDirectories(const std::filesystem::path& path) const override {
+        std::filesystem::create_directories(path);
+    }
+
+    void copy(const std::filesystem::path& from, const std::filesystem::path& to) const override {
+        std::filesystem::copy_file(from, to);
+    }
+
+    bool remove(const std::filesystem::path& path) const override { return std::filesystem::remove(path); }
+};
+
+void LocalFiles::writeAtomically(const std::filesystem::path& path,
+                                 std::span<const std::uint8_t> bytes) const {
     TemporaryFile file(path);
     // mkstemp makes the file private to its owner; library files are ordinary user files.
     ::fchmod(file.descriptor(), 0644);
@@ -80,9 +95,18 @@ void writeAtomically(const std::filesystem::path& path, std::span<const std::uin
     file.keep();
 }
 
-void removeQuietly(const std::filesystem::path& path) noexcept {
-    std::error_code ignored;
-    std::filesystem::remove(path, ignored);
+} // namespace
+
+void Files::removeQuietly(const std::filesystem::path& path) const noexcept {
+    try {
+        remove(path);
+    } catch (...) {
+    }
 }
 
-} // namespace keepery::Files
+const Files& Files::local() {
+    static const LocalFiles files;
+    return files;
+}
+
+} // namespace keepery

@@ -4,16 +4,35 @@
 #include <filesystem>
 #include <span>
 
-// The file-system seam: whole-file writes and quiet removal. Any thread.
-namespace keepery::Files {
+namespace keepery {
 
-// Writes `bytes` to `path` whole: into a new temporary file in the same directory, flushed to disk, then
-// renamed over `path`, so that a reader sees the old file or the new one and never a part. The directory
-// must exist. Throws std::filesystem::filesystem_error; the temporary file is gone after a failure.
-void writeAtomically(const std::filesystem::path& path, std::span<const std::uint8_t> bytes);
+// The file writes of the library: whole-file writes, directories, copies and removals. A seam: tests hand
+// the engine files that fail on purpose. Every operation throws std::filesystem::filesystem_error naming
+// the path on failure. Implementations may be called from any thread at once.
+class Files {
+public:
+    virtual ~Files() = default;
 
-// Removes the file at `path`. A missing file, a non-empty directory in its place or any other failure is
-// ignored. Never throws.
-void removeQuietly(const std::filesystem::path& path) noexcept;
+    // Writes `bytes` to `path` whole: into a new temporary file in the same directory, flushed to disk,
+    // then renamed over `path`, so that a reader sees the old file or the new one and never a part. The
+    // directory must exist; the temporary file is gone after a failure.
+    virtual void writeAtomically(const std::filesystem::path& path,
+                                 std::span<const std::uint8_t> bytes) const = 0;
 
-} // namespace keepery::Files
+    // Makes `path` and every missing parent; an existing directory is fine.
+    virtual void createDirectories(const std::filesystem::path& path) const = 0;
+
+    // Copies the file at `from` to `to`, which must not exist yet.
+    virtual void copy(const std::filesystem::path& from, const std::filesystem::path& to) const = 0;
+
+    // Removes the file (or empty directory) at `path`; false when nothing was there.
+    virtual bool remove(const std::filesystem::path& path) const = 0;
+
+    // `remove`, with every failure ignored.
+    void removeQuietly(const std::filesystem::path& path) const noexcept;
+
+    // The machine's file system; lives as long as the process.
+    [[nodiscard]] static const Files& local();
+};
+
+} // namespace keepery

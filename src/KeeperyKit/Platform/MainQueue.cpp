@@ -2,18 +2,9 @@
 
 namespace keepery {
 
-MainQueue& MainQueue::shared() {
-    static MainQueue queue;
-    return queue;
-}
-
-void MainQueue::bindToCurrentThread() {
-    std::lock_guard lock(mutex_);
-    main_ = std::this_thread::get_id();
-}
+MainQueue::MainQueue() : main_(std::this_thread::get_id()) {}
 
 bool MainQueue::isMainThread() const {
-    std::lock_guard lock(mutex_);
     return main_ == std::this_thread::get_id();
 }
 

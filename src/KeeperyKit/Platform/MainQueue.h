@@ -9,17 +9,17 @@
 
 namespace keepery {
 
-// The front end's main thread, as a queue of jobs it runs in its loop. The engine posts its change
-// announcements here and waits for them, so a front end's callback always runs on its own main thread.
-// Any thread may post; only the bound main thread drains.
+// A front end's main thread, as a queue of jobs it runs in its loop. The front end owns its queue and
+// drains it; the engine posts its change announcements there and waits for them, so the front end's
+// callback always runs on its own main thread. Any thread may post; only the main thread drains. A front
+// end without a loop makes no queue (see Library::Services).
 class MainQueue {
 public:
-    // The one queue of the process. Until a thread binds to it, the first thread that asks is not special:
-    // jobs wait for whichever thread drains.
-    static MainQueue& shared();
+    // The calling thread becomes the main thread.
+    MainQueue();
 
-    // Makes the calling thread the main thread.
-    void bindToCurrentThread();
+    MainQueue(const MainQueue&) = delete;
+    MainQueue& operator=(const MainQueue&) = delete;
 
     [[nodiscard]] bool isMainThread() const;
 
@@ -45,7 +45,7 @@ private:
     std::condition_variable posted_;
     std::condition_variable finished_;
     std::deque<Job*> jobs_;
-    std::thread::id main_;
+    const std::thread::id main_;
 };
 
 } // namespace keepery

@@ -112,7 +112,7 @@ Database::Database(std::string path) : path_(std::move(path)) {
         throw Failure(std::move(message), "open " + path_);
     }
     handle_ = handle;
-    sqlite3_busy_timeout(handle_, 5000);
+    sqlite3_busy_timeout(handle_, static_cast<int>(busyTimeout.count()));
     try {
         execute("PRAGMA journal_mode = WAL");
         execute("PRAGMA foreign_keys = ON");

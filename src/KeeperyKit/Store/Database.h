@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <concepts>
 #include <cstdint>
 #include <exception>
@@ -81,8 +82,11 @@ public:
         std::string description_;
     };
 
-    // Opens (creating when missing) the file at `path` read-write in serialized mode, with a 5000 ms busy
-    // timeout, WAL journaling, foreign keys on and synchronous NORMAL. Throws Failure.
+    // How long a statement waits for another connection's write lock before it fails as busy.
+    static constexpr std::chrono::milliseconds busyTimeout{5000};
+
+    // Opens (creating when missing) the file at `path` read-write in serialized mode, with `busyTimeout`,
+    // WAL journaling, foreign keys on and synchronous NORMAL. Throws Failure.
     explicit Database(std::string path);
     ~Database();
     Database(const Database&) = delete;

@@ -75,9 +75,9 @@ ALTER TABLE captures ADD COLUMN transcript TEXT;
 CREATE INDEX idx_captures_media ON captures(media);
 )sql";
 
-std::filesystem::path makeDirectories(std::filesystem::path root) {
+std::filesystem::path makeDirectories(const Files& files, std::filesystem::path root) {
     for (const char* sub : {"", "captures", "thumbs", "media"}) {
-        std::filesystem::create_directories(*sub ? root / sub : root);
+        files.createDirectories(*sub ? root / sub : root);
     }
     return root;
 }
@@ -88,8 +88,9 @@ std::filesystem::path LibraryStore::defaultRoot() {
     return Paths::applicationSupportDirectory() / "Keepery";
 }
 
-LibraryStore::LibraryStore(std::filesystem::path root)
-    : root_(makeDirectories(std::move(root))), db_((root_ / "library.sqlite").string()) {
+LibraryStore::LibraryStore(std::filesystem::path root, const Clock& clock, const Files& files)
+    : clock_(clock), files_(files), root_(makeDirectories(files, std::move(root))),
+      db_((root_ / "library.sqlite").string()) {
     migrate();
 }
 

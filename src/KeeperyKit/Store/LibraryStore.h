@@ -1,10 +1,13 @@
 #pragma once
 
 #include "Model/Capture.h"
+#include "Platform/Clock.h"
+#include "Platform/Files.h"
 #include "Store/Database.h"
 #include "Store/FullTextRows.h"
 #include "Store/LibraryFilter.h"
 
+#include <chrono>
 #include <concepts>
 #include <cstdint>
 #include <filesystem>
@@ -45,11 +48,13 @@ public:
     // The application-support directory of the current user with `Keepery` appended.
     [[nodiscard]] static std::filesystem::path defaultRoot();
 
-    // Creates the directories and the database when missing and migrates the schema to version 2 (a newer
-    // version is left alone). Throws std::filesystem::filesystem_error when a directory cannot be made,
-    // Database::Failure when the database cannot be opened or migrated (the migration then leaves nothing
-    // behind).
-    explicit LibraryStore(std::filesystem::path root);
+    // Creates the directories (through `files`) and the database when missing and migrates the schema to
+    // version 2 (a newer version is left alone). Times the store sets itself are read from `clock`; files
+    // are removed through `files`. Both must outlive the store. Throws std::filesystem::filesystem_error
+    // when a directory cannot be made, Database::Failure when the database cannot be opened or migrated
+    // (the migration then leaves nothing behind).
+    explicit LibraryStore(std::filesystem::path root, const Clock& clock = Clock::system(),
+                          const Files& files = Files::local());
 
     LibraryStore(const LibraryStore&) = delete;
     LibraryStore& operator=(const LibraryStore&) = delete;
@@ -104,8 +109,9 @@ public:
                       const std::map<VectorSpace, std::vector<float>>& vectors);
 
     // Counts one more failed attempt, keeps `error` as the last error and makes the capture due again
-    // `retryAfter` seconds after `now`. The stage stays.
-    void recordFailure(const std::string& id, const std::string& error, double retryAfter, Instant now);
+    // `retryAfter` after `now`. The stage stays.
+    void recordFailure(const std::string& id, const std::string& error,
+                       std::chrono::duration<double> retryAfter, Instant now);
 
     // Sets the note trimmed of white space and line breaks; an absent or blank note clears it. Refreshes the
     // full-text row. One transaction.
@@ -145,10 +151,12 @@ public:
     // Sets the collection's update time to now.
     void touchCollection(const std::string& collectionID);
 
+    enum class NamedBy : bool { namer, user };
+
     // Renames the collection, records the member count at naming and sets its update time to now. A rename
     // by the user marks it user-named for good; one by the namer never clears that mark.
     void renameCollection(const std::string& collectionID, const std::string& name, const std::string& emoji,
-                          std::int64_t namedAtCount, bool byUser);
+                          std::int64_t namedAtCount, NamedBy namedBy);
 
     // Deletes every collection no capture is filed in.
     void dropEmptyCollections();
@@ -160,15 +168,9 @@ public:
     // The capture's vector in `space`, of whichever model made it; absent when there is none.
     [[nodiscard]] std::optional<std::vector<float>> vector(const std::string& id, VectorSpace space);
 
-    struct StoredVector {
-        std::string id;
-        std::vector<float> vector;
-    };
-    // Every vector of `model` in `space`, in no particular order.
-    [[nodiscard]] std::vector<StoredVector> vectors(const std::string& model, VectorSpace space);
-
-    // Every vector of `model` in `space` as one block: the same rows as `vectors` in the same order, the
-    // floats of row i at [starts[i], starts[i + 1]) of `floats`.
+    // Every vector of `model` in `space` as one block, in no particular order: the floats of row i at
+    // [starts[i], starts[i + 1]) of `floats`. Rows whose id is not text or whose vector is not a BLOB are
+    // skipped; a BLOB's trailing bytes that make no whole float are ignored.
     struct VectorRows {
         std::vector<std::string> ids;
         std::vector<std::size_t> starts{0};
@@ -247,6 +249,9 @@ public:
     [[nodiscard]] static std::string normalizedTag(std::string_view tag);
 
 private:
+    // The stage as the `stage` column holds it.
+    static constexpr std::string_view stageText(CaptureStage stage) { return stage.rawValue(); }
+
     void migrate();
     // Runs `body` in one transaction that may refresh full-text rows; a failure forgets where they lie.
     void indexedTransaction(const std::function<void()>& body);
@@ -256,6 +261,8 @@ private:
     std::vector<Capture> capturesWhere(const std::string& condition, std::vector<Database::Value> values,
                                        std::int64_t limit, const std::string& order);
 
+    const Clock& clock_;
+    const Files& files_;
     std::filesystem::path root_;
     Database db_;
     FullTextRows ftsRows_;

@@ -205,7 +205,7 @@ void LibraryStore::setRead(const std::string& id, const std::string& ocrText,
         db_.run(
             "UPDATE captures SET ocr_text = ?, transcript = ?, stage = ?, attempts = 0, last_error = NULL "
             "WHERE id = ?",
-            {ocrText, transcript, "read", id});
+            {ocrText, transcript, stageText(CaptureStage::read), id});
         reindex(id);
     });
 }
@@ -215,16 +215,17 @@ void LibraryStore::setDescribed(const std::string& id, const Description& descri
         db_.run("UPDATE captures SET title = ?, summary = ?, kind = ?, highlights = ?, links = ?,\n"
                 "    stage = ?, attempts = 0, last_error = NULL WHERE id = ?",
                 {description.title, description.summary, description.kind.rawValue(),
-                 json(description.highlights), json(description.links), "described", id});
+                 json(description.highlights), json(description.links), stageText(CaptureStage::described),
+                 id});
         writeTags(id, description.tags);
         reindex(id);
     });
 }
 
-void LibraryStore::recordFailure(const std::string& id, const std::string& error, double retryAfter,
-                                 Instant now) {
+void LibraryStore::recordFailure(const std::string& id, const std::string& error,
+                                 std::chrono::duration<double> retryAfter, Instant now) {
     db_.run("UPDATE captures SET attempts = attempts + 1, last_error = ?, next_attempt_at = ? WHERE id = ?",
-            {error, now + retryAfter, id});
+            {error, now + retryAfter.count(), id});
 }
 
 void LibraryStore::setNote(const std::string& id, const std::optional<std::string>& note) {
@@ -271,7 +272,7 @@ void LibraryStore::deleteCapture(const std::string& id) {
     }
     for (const std::filesystem::path& file : files) {
         if (isInside(file, root_)) {
-            Files::removeQuietly(file);
+            files_.removeQuietly(file);
         }
     }
 }
@@ -318,8 +319,8 @@ std::vector<Capture> LibraryStore::captures(const std::vector<std::string>& ids)
 }
 
 std::vector<Capture> LibraryStore::pending(Instant now, std::int64_t limit) {
-    return capturesWhere("c.stage != ? AND c.next_attempt_at <= ?", {"organized", now}, limit,
-                         "c.created_at ASC");
+    return capturesWhere("c.stage != ? AND c.next_attempt_at <= ?", {stageText(CaptureStage::organized), now},
+                         limit, "c.created_at ASC");
 }
 
 std::string LibraryStore::normalizedTag(std::string_view tag) {

@@ -1,16 +1,7 @@
 // Collections: insert, filing captures, renames, dropping empty ones, and the listing with member counts.
 #include "Store/LibraryStore.h"
 
-#include <chrono>
-
 namespace keepery {
-namespace {
-
-Instant now() {
-    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-} // namespace
 
 void LibraryStore::insertCollection(const CaptureCollection& collection) {
     db_.run("INSERT INTO collections (id, name, emoji, created_at, updated_at, named_at_count, user_named)\n"
@@ -25,19 +16,20 @@ void LibraryStore::moveCapture(const std::string& id, const std::optional<std::s
 
 void LibraryStore::setCollection(const std::string& id, const std::optional<std::string>& collectionID) {
     db_.run("UPDATE captures SET collection_id = ?, stage = ?, attempts = 0, last_error = NULL WHERE id = ?",
-            {collectionID, "organized", id});
+            {collectionID, stageText(CaptureStage::organized), id});
 }
 
 void LibraryStore::touchCollection(const std::string& collectionID) {
-    db_.run("UPDATE collections SET updated_at = ? WHERE id = ?", {now(), collectionID});
+    db_.run("UPDATE collections SET updated_at = ? WHERE id = ?", {clock_.secondsSince1970(), collectionID});
 }
 
 void LibraryStore::renameCollection(const std::string& collectionID, const std::string& name,
-                                    const std::string& emoji, std::int64_t namedAtCount, bool byUser) {
+                                    const std::string& emoji, std::int64_t namedAtCount, NamedBy namedBy) {
     db_.run("UPDATE collections SET name = ?, emoji = ?, named_at_count = ?, updated_at = ?,\n"
             "    user_named = CASE WHEN ? THEN 1 ELSE user_named END\n"
             "WHERE id = ?",
-            {name, emoji, namedAtCount, now(), byUser ? 1 : 0, collectionID});
+            {name, emoji, namedAtCount, clock_.secondsSince1970(), namedBy == NamedBy::user ? 1 : 0,
+             collectionID});
 }
 
 void LibraryStore::dropEmptyCollections() {

@@ -65,9 +65,6 @@ std::optional<std::vector<float>> floats(std::span<const std::uint8_t> bytes) {
     return vector;
 }
 
-const char* const vectorsOfModelAndSpace =
-    "SELECT capture_id, vector FROM vectors WHERE model = ? AND space = ?";
-
 } // namespace
 
 void LibraryStore::setEmbedding(const std::string& id, const std::string& model,
@@ -79,7 +76,7 @@ void LibraryStore::setEmbedding(const std::string& id, const std::string& model,
                     {id, space.rawValue(), model, static_cast<std::int64_t>(vector.size()), blob(vector)});
         }
         db_.run("UPDATE captures SET stage = ?, attempts = 0, last_error = NULL WHERE id = ?",
-                {"embedded", id});
+                {stageText(CaptureStage::embedded), id});
     });
 }
 
@@ -97,36 +94,23 @@ std::optional<std::vector<float>> LibraryStore::vector(const std::string& id, Ve
     return found;
 }
 
-std::vector<LibraryStore::StoredVector> LibraryStore::vectors(const std::string& model, VectorSpace space) {
-    std::vector<StoredVector> found;
-    db_.forEachRow(vectorsOfModelAndSpace, {model, space.rawValue()}, [&](const Database::Cursor& cursor) {
-        auto id = cursor.text(0);
-        auto bytes = cursor.blob(1);
-        if (id && bytes) {
-            if (auto vector = floats(*bytes)) {
-                found.push_back(StoredVector{std::string(*id), std::move(*vector)});
-            }
-        }
-    });
-    return found;
-}
-
 LibraryStore::VectorRows LibraryStore::vectorRows(const std::string& model, VectorSpace space) {
     VectorRows rows;
-    db_.forEachRow(vectorsOfModelAndSpace, {model, space.rawValue()}, [&](const Database::Cursor& cursor) {
-        auto id = cursor.text(0);
-        auto bytes = cursor.blob(1);
-        if (id && bytes) {
-            const std::size_t start = rows.floats.size();
-            appendFloats(*bytes, rows.floats);
-            if (!finite(std::span(rows.floats).subspan(start))) {
-                rows.floats.resize(start);
-                return;
-            }
-            rows.ids.emplace_back(*id);
-            rows.starts.push_back(rows.floats.size());
-        }
-    });
+    db_.forEachRow("SELECT capture_id, vector FROM vectors WHERE model = ? AND space = ?",
+                   {model, space.rawValue()}, [&](const Database::Cursor& cursor) {
+                       auto id = cursor.text(0);
+                       auto bytes = cursor.blob(1);
+                       if (id && bytes) {
+                           const std::size_t start = rows.floats.size();
+                           appendFloats(*bytes, rows.floats);
+                           if (!finite(std::span(rows.floats).subspan(start))) {
+                               rows.floats.resize(start);
+                               return;
+                           }
+                           rows.ids.emplace_back(*id);
+                           rows.starts.push_back(rows.floats.size());
+                       }
+                   });
     return rows;
 }
 

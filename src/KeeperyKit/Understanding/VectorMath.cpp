@@ -216,14 +216,14 @@ std::vector<float> unit(std::span<const float> v) {
     return out;
 }
 
-std::optional<std::vector<float>> centroid(const std::vector<std::vector<float>>& vectors) {
+std::optional<std::vector<float>> centroid(std::span<const std::span<const float>> vectors) {
     if (vectors.empty()) {
         return std::nullopt;
     }
     const std::size_t dimension = vectors.front().size();
     std::vector<float> sum(dimension, 0.0f);
-    for (const auto& v : vectors) {
-        if (v.empty() || v.size() != dimension) {
+    for (const std::span<const float> v : vectors) {
+        if (v.size() != dimension) {
             continue;
         }
         for (std::size_t i = 0; i < dimension; ++i) {
@@ -231,6 +231,11 @@ std::optional<std::vector<float>> centroid(const std::vector<std::vector<float>>
         }
     }
     return unit(sum);
+}
+
+std::optional<std::vector<float>> centroid(const std::vector<std::vector<float>>& vectors) {
+    const std::vector<std::span<const float>> views(vectors.begin(), vectors.end());
+    return centroid(std::span<const std::span<const float>>(views));
 }
 
 } // namespace keepery::VectorMath

@@ -27,6 +27,8 @@ void dots(std::span<const float> query, std::span<const float> rows, std::size_t
 
 // The unit-length direction of the sum of the vectors whose length equals the first one's (others are
 // skipped); absent for an empty list, empty when the first vector is empty.
+// Views are read in place, so rows of one contiguous array need no copies.
+[[nodiscard]] std::optional<std::vector<float>> centroid(std::span<const std::span<const float>> vectors);
 [[nodiscard]] std::optional<std::vector<float>> centroid(const std::vector<std::vector<float>>& vectors);
 
 } // namespace keepery::VectorMath
