@@ -19,7 +19,7 @@
 #include <string>
 
 using namespace keepery;
-using Clock = std::chrono::steady_clock;
+using Steady = std::chrono::steady_clock;
 
 namespace {
 
@@ -77,9 +77,9 @@ int main(int argc, char** argv) {
         };
         for (const auto& c : cases) {
             const std::string line = searchLine(c.query);
-            const auto start = Clock::now();
+            const auto start = Steady::now();
             const std::optional<std::string> reply = server.handle(line);
-            const double ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+            const double ms = std::chrono::duration<double, std::milli>(Steady::now() - start).count();
             std::printf("model service %-4s %-13s %9zu bytes: %8.1f ms, reply %zu bytes\n",
                         serviceUp ? "up" : "down", c.name, line.size(), ms, reply ? reply->size() : 0);
         }
