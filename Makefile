@@ -1,5 +1,5 @@
 # The README's two commands are `make run` and `make test`; each does its own set-up first.
-.PHONY: setup build run test bench format clean
+.PHONY: setup build run test bench fuzz fuzz-build format clean
 
 JOBS ?= $(shell nproc)
 
@@ -19,6 +19,21 @@ test: setup
 	@cmake -S . -B build/test -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKEEPERY_SANITIZE=ON >/dev/null
 	@cmake --build build/test -j $(JOBS)
 	@cd build/test && ctest --output-on-failure -j $(JOBS)
+	@$(MAKE) --no-print-directory fuzz-build
+	@bash fuzz/run build/fuzz $(FUZZ_CHECK_SECONDS)
+
+# The fuzz targets, built with clang and libFuzzer under AddressSanitizer and UndefinedBehaviorSanitizer
+# in a tree of their own. `make test` runs them briefly; `make fuzz` runs them long.
+FUZZ_CHECK_SECONDS ?= 30
+FUZZ_SECONDS ?= 600
+
+fuzz-build: setup
+	@cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ \
+		-DKEEPERY_FUZZ=ON -DBUILD_TESTING=OFF >/dev/null
+	@cmake --build build/fuzz -j $(JOBS) --target fuzz-mcp-line fuzz-model-replies
+
+fuzz: fuzz-build
+	@bash fuzz/run build/fuzz $(FUZZ_SECONDS)
 
 bench: setup
 	@cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null

@@ -1,5 +1,7 @@
 # The one place for compiler flags. Every target of the project calls keepery_compile_options().
 option(KEEPERY_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(KEEPERY_FUZZ "Build the libFuzzer targets (clang): every target instrumented for coverage and sanitized"
+       OFF)
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -18,7 +20,11 @@ function(keepery_compile_options target)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
         target_compile_options(${target} PRIVATE -Wno-restrict)
     endif()
-    if(KEEPERY_SANITIZE)
+    if(KEEPERY_FUZZ)
+        target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link,address,undefined
+                                                 -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 -g)
+        target_link_options(${target} PRIVATE -fsanitize=address,undefined)
+    elseif(KEEPERY_SANITIZE)
         target_compile_options(${target} PRIVATE -fsanitize=address,undefined -fno-sanitize-recover=all
                                                  -fno-omit-frame-pointer -O1 -g)
         target_link_options(${target} PRIVATE -fsanitize=address,undefined)

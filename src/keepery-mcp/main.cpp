@@ -10,6 +10,7 @@
 #include "Store/LibraryStore.h"
 #include "Understanding/Models.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <iostream>
@@ -58,8 +59,12 @@ int main(int argc, char** /*argv*/) {
     try {
         store = std::make_unique<LibraryStore>(root);
     } catch (const std::exception& failure) {
-        writeAll(STDERR_FILENO,
-                 "keepery-mcp: cannot open the library at " + root.string() + ": " + failure.what() + "\n");
+        // The failing statement it quotes may span lines; the failure is still one line.
+        std::string message =
+            "keepery-mcp: cannot open the library at " + root.string() + ": " + failure.what();
+        std::replace_if(
+            message.begin(), message.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+        writeAll(STDERR_FILENO, message + "\n");
         return 1;
     }
 

@@ -9,6 +9,7 @@
 #include "support/SampleLibrary.h"
 
 #include <gtest/gtest.h>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 using namespace keepery;
@@ -116,6 +117,21 @@ TEST_F(LibrarySearch, TheQueryIsEmbeddedOnceWithTheSearchPrefixAndTheLibrarysMod
     EXPECT_EQ(body.at("input").dump(), R"(["task: search result | query: tonkotsu ramen"])");
 }
 
+TEST_F(LibrarySearch, OnlyTheFirstCharactersOfAnAbsurdlyLongQueryAreEmbedded) {
+    add("a", 1, "ramen", axis(0), axis(0));
+    const auto embedded = [&](const std::string& query) {
+        (void)library.findings(query);
+        const auto requests = service.requests("/api/embed");
+        return nlohmann::json::parse(requests.back().body).at("input").at(0).get<std::string>();
+    };
+    constexpr std::size_t most = Library::mostEmbeddedQueryCharacters;
+    const std::string atTheBound = "\u00E9" + std::string(most - 2, 'x') + "y"; // more bytes than characters
+    EXPECT_EQ(embedded(atTheBound), EmbeddingText::query(atTheBound));
+    EXPECT_EQ(embedded(atTheBound + "zz"), EmbeddingText::query(atTheBound));
+    const std::string words = "ramen " + std::string(10'000'000, 'w');
+    EXPECT_EQ(embedded(words), EmbeddingText::query(words.substr(0, most)));
+}
+
 // With the service down the words rank alone: the first 60 in full-text order, then the members that
 // complete the collections those 60 cover (3 of 4 found, at least 3 members).
 TEST_F(LibrarySearch, WithoutTheModelServiceWordsRankAloneAndCollectionsComplete) {
@@ -168,6 +184,43 @@ TEST_F(LibrarySearch, AServiceAnsweringGarbageGivesNoVectorEvidence) {
         EXPECT_EQ(idsOf(found), (std::vector<std::string>{"words"})) << garbage.body;
         EXPECT_EQ(reasonsOf(found, "words"), std::set<SearchReason>{SearchReason::words});
     }
+}
+
+TEST_F(LibrarySearch, AQueryVectorThatIsNotFiniteOnceScaledFallsBackToWords) {
+    add("words", 1, "ramen shop", axis(1), axis(1));
+    for (int i = 0; i < 5; ++i) {
+        add("crowd" + std::to_string(i), 10 + i, "crowd", axis(3), axis(3));
+    }
+    // Its vectors have another length: it scores 0, which stood out above a row of NaN scores.
+    add("odd", 2, "unrelated", std::vector<float>{1.0f, 0.0f}, std::vector<float>{1.0f, 0.0f});
+    for (const std::vector<double>& answer :
+         {std::vector<double>(4, 1e300), std::vector<double>{0.5, 1e39, 0.5, 0.5}}) {
+        service.setEmbedding(EmbeddingText::query("ramen"), answer);
+        const SearchFindings found = library.findings("ramen");
+        EXPECT_EQ(idsOf(found), std::vector<std::string>{"words"});
+        EXPECT_EQ(reasonsOf(found, "words"), std::set<SearchReason>{SearchReason::words});
+    }
+}
+
+TEST_F(LibrarySearch, StoredVectorsThatAreNotFiniteAreNoVectors) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float infinity = std::numeric_limits<float>::infinity();
+    add("good", 1, "alpha", axis(0), axis(0));
+    add("nan", 2, "beta", std::vector<float>{nan, 0, 0, 0}, std::vector<float>{1, nan, 0, 0});
+    add("infinite", 3, "gamma", std::vector<float>{infinity, 0, 0, 0},
+        std::vector<float>{0.99f, 0.1f, 0, infinity});
+    for (int i = 0; i < 5; ++i) {
+        add("crowd" + std::to_string(i), 10 + i, "crowd", axis(3), axis(3));
+    }
+    answerQuery("query", axis(0));
+    const SearchFindings found = library.findings("query");
+    EXPECT_EQ(idsOf(found), std::vector<std::string>{"good"});
+    EXPECT_EQ(found, reference.findings("query"));
+
+    EXPECT_EQ(store.vector("nan", VectorSpace::look), std::nullopt);
+    EXPECT_TRUE(library.related("nan", 10).empty()) << "its own vector is none";
+    add("near", 4, "delta", std::nullopt, std::vector<float>{0.99f, 0.1f, 0, 0});
+    EXPECT_EQ(idsOf(library.related("good", 10)), std::vector<std::string>{"near"});
 }
 
 TEST_F(LibrarySearch, EvidenceFromWordsLookAndMeaningIsFusedAndKept) {

@@ -106,8 +106,8 @@ TEST_F(Vectors, RoundTripBitForBitAsLittleEndianFloats) {
     look[0] = 1.0f;
     look[1] = -0.0f;
     look[2] = std::numeric_limits<float>::denorm_min();
-    look[3] = std::bit_cast<float>(std::uint32_t{0x7FC01234}); // a NaN with a payload
-    look[4] = -std::numeric_limits<float>::infinity();
+    look[3] = std::numeric_limits<float>::max();
+    look[4] = std::numeric_limits<float>::lowest();
     store.insert(screen("a", 1));
     store.setEmbedding("a", "nomic-embed-text", {{VectorSpace::look, look}});
 
@@ -119,7 +119,7 @@ TEST_F(Vectors, RoundTripBitForBitAsLittleEndianFloats) {
     EXPECT_EQ(std::vector<std::uint8_t>(blob.begin(), blob.begin() + 4),
               (std::vector<std::uint8_t>{0, 0, 0x80, 0x3F}));
     EXPECT_EQ(std::vector<std::uint8_t>(blob.begin() + 12, blob.begin() + 16),
-              (std::vector<std::uint8_t>{0x34, 0x12, 0xC0, 0x7F}));
+              (std::vector<std::uint8_t>{0xFF, 0xFF, 0x7F, 0x7F}));
 
     auto read = store.vector("a", VectorSpace::look);
     ASSERT_TRUE(read);
@@ -128,6 +128,22 @@ TEST_F(Vectors, RoundTripBitForBitAsLittleEndianFloats) {
     ASSERT_EQ(all.size(), 1u);
     EXPECT_EQ(all.ids[0], "a");
     EXPECT_EQ(bits({all.row(0).begin(), all.row(0).end()}), bits(look));
+}
+
+TEST_F(Vectors, AreWrittenAsGivenButReadAsNoneWhenNotFinite) {
+    store.insert(screen("a", 1));
+    const std::vector<float> broken{1.0f,
+                                    std::bit_cast<float>(std::uint32_t{0x7FC01234}), // NaN, with payload
+                                    -std::numeric_limits<float>::infinity()};
+    store.setEmbedding("a", "m", {{VectorSpace::look, broken}, {VectorSpace::meaning, {0.6f, 0.8f}}});
+    const auto blob =
+        raw.query("SELECT vector FROM vectors WHERE space = 'look'").at(0).at("vector").asBlob();
+    EXPECT_EQ(std::vector<std::uint8_t>(blob->begin() + 4, blob->begin() + 8),
+              (std::vector<std::uint8_t>{0x34, 0x12, 0xC0, 0x7F}));
+
+    EXPECT_EQ(store.vector("a", VectorSpace::look), std::nullopt);
+    EXPECT_EQ(store.vectorRows("m", VectorSpace::look).size(), 0u);
+    EXPECT_EQ(store.vector("a", VectorSpace::meaning), (std::vector<float>{0.6f, 0.8f}));
 }
 
 TEST_F(Vectors, OneVectorPerSpaceAndModelsKeptApart) {

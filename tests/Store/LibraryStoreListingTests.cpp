@@ -121,6 +121,28 @@ TEST(FullTextQuery, WordsBecomeQuotedPrefixTerms) {
     EXPECT_EQ(LibraryStore::stopwords().size(), 26u);
 }
 
+TEST(FullTextQuery, OnlyTheFirstWordsOfAnAbsurdlyLongQueryAreSearched) {
+    const auto terms = [](std::size_t first, std::size_t count, const std::string& word = "w") {
+        std::string query;
+        for (std::size_t i = first; i < first + count; ++i) {
+            query += (query.empty() ? "\"" : " \"") + word + (word == "w" ? std::to_string(i) : "") + "\"*";
+        }
+        return query;
+    };
+    const auto words = [](std::size_t count, const std::string& word = "w") {
+        std::string text;
+        for (std::size_t i = 0; i < count; ++i) {
+            text += word + (word == "w" ? std::to_string(i) : "") + " the ";
+        }
+        return text;
+    };
+    constexpr std::size_t most = LibraryStore::mostQueryTerms;
+    EXPECT_EQ(LibraryStore::ftsQuery(words(most)), terms(0, most)) << "up to the bound nothing changes";
+    EXPECT_EQ(LibraryStore::ftsQuery(words(most + 1)), terms(0, most));
+    EXPECT_EQ(LibraryStore::ftsQuery(words(10'000)), terms(0, most));
+    EXPECT_EQ(LibraryStore::ftsQuery(words(16'000, "ramen")), terms(0, most, "ramen")) << "repeats count";
+}
+
 TEST(FullTextQuery, HostileInputYieldsNoSyntaxOfItsOwn) {
     EXPECT_EQ(LibraryStore::ftsQuery("\"tokyo\" OR ramen* AND NOT sushi"),
               "\"tokyo\"* \"ramen\"* \"not\"* \"sushi\"*");
@@ -201,6 +223,11 @@ TEST_F(Listings, TextSearchRanksWithBm25AndNeverRaisesOnUserWords) {
     EXPECT_EQ(store.textSearch("ramen", 1).size(), 1u);
     EXPECT_TRUE(store.textSearch("the page", 10).empty());
     EXPECT_EQ(store.textSearch("Safari", 10).size(), 1u) << "the app is indexed with the source";
+    std::string huge = "tokyo";
+    while (huge.size() < 10'000'000) {
+        huge += " ramen";
+    }
+    EXPECT_EQ(store.textSearch(huge, 10).size(), 1u) << "a 10 MB query is searched by its first words";
 
     for (const char* hostile : {"\"",
                                 "ramen\"",

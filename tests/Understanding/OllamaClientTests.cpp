@@ -2,6 +2,7 @@
 
 #include "support/FakeModelService.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -274,10 +275,48 @@ TEST(OllamaClient, EmbedWantsOneListOfNumbersPerInput) {
         service.failWith("/api/embed", FakeModelService::Reply::json(200, reply));
         EXPECT_EQ(failureOf([&] { (void)client.embed("m", two, 60); }), expectedTwo) << reply;
     }
-    service.failWith("/api/embed", FakeModelService::Reply::json(200, R"({"embeddings":[[1.5e300,0],[]]})"));
+    service.failWith("/api/embed", FakeModelService::Reply::json(200, R"({"embeddings":[[2,0],[]]})"));
     const auto odd = client.embed("m", two, 60);
-    EXPECT_EQ(odd.size(), 2u);
-    EXPECT_TRUE(odd[1].empty()) << "an empty vector stays empty";
+    EXPECT_EQ(odd, (std::vector<std::vector<float>>{{1.0f, 0.0f}, {}})) << "an empty vector stays empty";
+}
+
+TEST(OllamaClient, AVectorThatIsNotFiniteOnceScaledIsABadReply) {
+    FakeModelService service;
+    const OllamaClient client(service.host());
+    const std::vector<OllamaClient::EmbedInput> one{{.text = "a"}};
+    const auto expectedOne = OllamaClient::Failure::badReply("expected 1 embeddings");
+    // Beyond a float's range every element becomes infinite, and infinity over infinity is NaN.
+    for (const char* reply : {R"({"embeddings":[[1e300,1e300,1e300]]})", R"({"embeddings":[[0.5,1e39,0.5]]})",
+                              R"({"embeddings":[[-1e39]]})"}) {
+        service.failWith("/api/embed", FakeModelService::Reply::json(200, reply));
+        EXPECT_EQ(failureOf([&] { (void)client.embed("m", one, 60); }), expectedOne) << reply;
+    }
+    // The largest floats still scale: their squares overflow the norm, which leaves zeros, not NaN.
+    service.failWith("/api/embed", FakeModelService::Reply::json(200, R"({"embeddings":[[3e38,-3e38]]})"));
+    const auto largest = client.embed("m", one, 60);
+    for (const float x : largest.at(0)) {
+        EXPECT_TRUE(std::isfinite(x));
+    }
+}
+
+TEST(OllamaClient, RepliesNestedPastTheReadersBoundAreNotObjects) {
+    FakeModelService service;
+    const OllamaClient client(service.host());
+    const std::string deep = std::string(100'000, '[') + std::string(100'000, ']');
+    service.failWith("/api/version",
+                     FakeModelService::Reply::json(200, R"({"version":"0.41.0","x":)" + deep + "}"));
+    EXPECT_EQ(failureOf([&] { (void)client.version(); }),
+              OllamaClient::Failure::badReply("not a JSON object"));
+    service.failWith("/api/tags", FakeModelService::Reply::json(200, R"({"models":)" + deep + "}"));
+    EXPECT_EQ(failureOf([&] { (void)client.models(); }),
+              OllamaClient::Failure::badReply("not a JSON object"));
+
+    // A progress line whose numbers nest that deep is skipped like any line that is not an object.
+    service.setPullLines({R"({"status":"one","completed":)" + deep + "}", R"({"status":"two"})"});
+    std::vector<std::string> statuses;
+    client.pull("m",
+                [&](std::int64_t, std::int64_t, const std::string& status) { statuses.push_back(status); });
+    EXPECT_EQ(statuses, std::vector<std::string>{"two"});
 }
 
 TEST(OllamaClient, PullReportsProgressLineByLine) {

@@ -134,3 +134,45 @@ TEST_F(MCPServerTest, RepliesAreCompactWithSlashesUnescaped) {
     // A line feed inside a value is escaped, so a reply stays one line.
     EXPECT_EQ(server.handle("{\"id\":\"a\\nb\",\"method\":\"ping\"}")->find('\n'), std::string::npos);
 }
+
+namespace {
+
+// `value` inside `levels` arrays: [[[value]]].
+std::string nested(std::size_t levels, const std::string& value = "1") {
+    return std::string(levels, '[') + value + std::string(levels, ']');
+}
+
+} // namespace
+
+TEST_F(MCPServerTest, NestingBeyondTheReadersBoundIsAParseErrorWhereverItIs) {
+    // The message object is the first level: an id inside 63 arrays is as deep as a line may go.
+    const std::string deepest = nested(63);
+    EXPECT_EQ(reply("{\"id\":" + deepest + ",\"method\":\"ping\"}")["id"], json::parse(deepest));
+    const json parseError = errorReply(nullptr, -32700, "Parse error");
+    EXPECT_EQ(reply("{\"id\":" + nested(64) + ",\"method\":\"ping\"}"), parseError);
+    // Deep enough to overflow the stack while a reply echoed or copied it.
+    EXPECT_EQ(reply("{\"id\":" + nested(75'000) + ",\"method\":\"ping\"}"), parseError);
+    EXPECT_EQ(reply("{\"id\":1,\"method\":\"tools/call\",\"params\":" + nested(131'000, "{}") + "}"),
+              parseError);
+    EXPECT_EQ(reply("{\"method\":\"ping\",\"params\":{\"a\":" + nested(100'000) + "}}"), parseError)
+        << "a notification the reader refuses is not a notification";
+    // Unbalanced openings alone, as a truncated line would hold them.
+    EXPECT_EQ(reply(std::string(1'000'000, '[')), parseError);
+    EXPECT_EQ(reply("{\"id\":1,\"method\":\"ping\",\"x\":" + std::string(1'000'000, '[')), parseError);
+    EXPECT_EQ(reply("{\"id\":2,\"method\":\"ping\"}")["result"], json::object()) << "the server goes on";
+}
+
+TEST_F(MCPServerTest, ALineIsTheWholeLineNULBytesIncluded) {
+    using namespace std::string_literals;
+    const json parseError = errorReply(nullptr, -32700, "Parse error");
+    EXPECT_EQ(reply("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"ping\"}\0x"s), parseError);
+    EXPECT_EQ(reply("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"ping\"}\0"s), parseError);
+    EXPECT_EQ(reply("{\"method\":\"notifications/initialized\"}\0x"s), parseError)
+        << "a notification followed by a NUL is not a notification";
+    EXPECT_EQ(reply("{\"id\":1,\"method\":\"ping\"}\0{\"id\":2,\"method\":\"ping\"}"s), parseError);
+    EXPECT_EQ(reply("{\"id\":\"a\0b\",\"method\":\"ping\"}"s), parseError) << "raw NUL inside a string";
+    EXPECT_EQ(reply("\0"s), parseError);
+    EXPECT_EQ(reply("{\"id\":1,\"method\":\"ping\"} {\"id\":2,\"method\":\"ping\"}"), parseError);
+    // Escaped, a NUL is an ordinary character of an id.
+    EXPECT_EQ(reply("{\"id\":\"a\\u0000b\",\"method\":\"ping\"}")["id"], "a\0b"s);
+}

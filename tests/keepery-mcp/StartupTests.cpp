@@ -1,3 +1,4 @@
+#include "Store/Database.h"
 #include "support/ChildProcess.h"
 #include "support/TemporaryDirectory.h"
 
@@ -77,4 +78,32 @@ TEST_F(Startup, ADatabaseFileThatIsNotADatabaseNamesTheFailingStatement) {
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "keepery-mcp: cannot open the library at " + library().string() +
                               ": SQLite: file is not a database \u2014 PRAGMA journal_mode = WAL\n");
+}
+
+TEST_F(Startup, AFailedMigrationIsReportedOnOneLine) {
+    // A table the first migration creates is already there, so the migration's multi-line statement fails.
+    std::filesystem::create_directories(library());
+    Database((library() / "library.sqlite").string()).run("CREATE TABLE captures (x)");
+    const auto result = run(std::string(ping) + "\n");
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.out, "");
+    const std::string prefix =
+        "keepery-mcp: cannot open the library at " + library().string() +
+        ": SQLite: table captures already exists \u2014  CREATE TABLE captures (     id TEXT ";
+    EXPECT_TRUE(result.err.starts_with(prefix)) << result.err;
+    EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << result.err;
+}
+
+TEST_F(Startup, HostileLinesAreAnsweredAndTheLoopGoesOn) {
+    using namespace std::string_literals;
+    const std::string parseError =
+        "{\"error\":{\"code\":-32700,\"message\":\"Parse error\"},\"id\":null,\"jsonrpc\":\"2.0\"}\n";
+    // Deep enough to overflow the stack of a release build that echoed it.
+    const std::string deepID =
+        "{\"id\":" + std::string(200'000, '[') + std::string(200'000, ']') + ",\"method\":\"ping\"}";
+    const std::string input = deepID + "\n" + ping + "\0x\n"s + "{\"method\":\"ping\"}\0\n"s + ping + "\n";
+    const auto result = run(input);
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.out, parseError + parseError + parseError + pong);
+    EXPECT_EQ(result.err, "");
 }

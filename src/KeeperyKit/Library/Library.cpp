@@ -137,7 +137,12 @@ SearchFindings Library::findings(const std::string& query) {
     // The one request of a search; while it is out, other calls may use the library.
     std::optional<std::vector<float>> queryVector;
     quietly([&] {
-        const OllamaClient::EmbedInput input{EmbeddingText::query(trimmed), std::nullopt};
+        // A text of no more bytes than the bound has no more characters either, and goes as it is.
+        const OllamaClient::EmbedInput input{
+            EmbeddingText::query(trimmed.size() <= mostEmbeddedQueryCharacters
+                                     ? trimmed
+                                     : Text::prefix(trimmed, mostEmbeddedQueryCharacters)),
+            std::nullopt};
         std::vector<std::vector<float>> vectors =
             client_.embed(embeddingModel_, std::span(&input, 1),
                           std::chrono::duration<double>(queryEmbeddingTimeout).count());

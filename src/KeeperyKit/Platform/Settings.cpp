@@ -1,5 +1,6 @@
 #include "Platform/Settings.h"
 
+#include "Platform/JSONReader.h"
 #include "Platform/Paths.h"
 
 #include <fstream>
@@ -41,11 +42,11 @@ std::optional<Settings> Settings::load(const std::filesystem::path& file) {
         // A directory or a device in place of the file: no settings.
         return std::nullopt;
     }
-    nlohmann::json object = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
-    if (!object.is_object()) {
+    std::optional<nlohmann::json> object = JSONReader::read(text);
+    if (!object || !object->is_object()) {
         return std::nullopt;
     }
-    return Settings(std::make_unique<Values>(Values{std::move(object)}));
+    return Settings(std::make_unique<Values>(Values{std::move(*object)}));
 }
 
 std::optional<std::string> Settings::string(const std::string& key) const {

@@ -163,6 +163,8 @@ public:
 
     // --- Vectors --------------------------------------------------------------------------------------
 
+    // A stored vector holding an infinity or NaN counts as no vector in every read below.
+
     // The capture's vector in `space`, of whichever model made it; absent when there is none.
     [[nodiscard]] std::optional<std::vector<float>> vector(const std::string& id, VectorSpace space);
 
@@ -230,9 +232,15 @@ public:
     [[nodiscard]] std::vector<TextMatch> textSearch(const std::string& text, std::int64_t limit);
 
     // The FTS5 query for a person's words: lower-cased, split at everything but letters, marks and numbers
-    // of any script, stop words dropped, each word a quoted prefix term, joined by blanks (all required).
-    // Empty when no word is left. No input yields FTS5 syntax of its own. Pure; any thread.
+    // of any script, stop words dropped, each word a quoted prefix term, joined by blanks (all required),
+    // the first `mostQueryTerms` words only. Empty when no word is left. No input yields FTS5 syntax of its
+    // own. Pure; any thread.
     [[nodiscard]] static std::string ftsQuery(std::string_view text);
+
+    // FTS5's work grows faster than the terms of a query (16,000 matching words took 6 s, 32,000 took
+    // 25 s, and every request behind them waited); a person or an assistant asks in a handful of words, so
+    // past this many the rest are not searched. Repeats count: a repeated word costs as much as a new one.
+    static constexpr std::size_t mostQueryTerms = 64;
 
     // The 26 words never searched for.
     [[nodiscard]] static const std::unordered_set<std::string_view>& stopwords();

@@ -3,6 +3,7 @@
 #include "Store/LibraryStore.h"
 
 #include "Platform/Files.h"
+#include "Platform/JSONReader.h"
 #include "Platform/Text.h"
 
 #include <algorithm>
@@ -32,13 +33,13 @@ std::string json(std::span<const std::string> strings) {
 // The strings of a JSON array of strings; anything else (not JSON, not an array, a non-string element)
 // reads as an empty list.
 std::vector<std::string> stringList(std::string_view text) {
-    const nlohmann::json parsed = nlohmann::json::parse(text, nullptr, false);
-    if (!parsed.is_array()) {
+    const std::optional<nlohmann::json> parsed = JSONReader::read(text);
+    if (!parsed || !parsed->is_array()) {
         return {};
     }
     std::vector<std::string> strings;
-    strings.reserve(parsed.size());
-    for (const nlohmann::json& element : parsed) {
+    strings.reserve(parsed->size());
+    for (const nlohmann::json& element : *parsed) {
         if (!element.is_string()) {
             return {};
         }

@@ -120,9 +120,10 @@ std::string LibraryStore::ftsQuery(std::string_view text) {
     const std::u32string points = Text::codePoints(Text::lowercased(text));
     const auto& stop = stopwords();
     std::string query;
+    std::size_t terms = 0;
     std::size_t start = 0;
     // One step past the end closes the last word.
-    for (std::size_t i = 0; i <= points.size(); ++i) {
+    for (std::size_t i = 0; i <= points.size() && terms < mostQueryTerms; ++i) {
         if (i < points.size() && Text::isAlphanumeric(points[i])) {
             continue;
         }
@@ -137,6 +138,7 @@ std::string LibraryStore::ftsQuery(std::string_view text) {
                 query += '"';
                 query += word;
                 query += "\"*";
+                ++terms;
             }
         }
         start = i + 1;

@@ -1,7 +1,9 @@
 // Vectors: one per capture and space, stored as BLOBs of little-endian 32-bit IEEE floats with no header.
 #include "Store/LibraryStore.h"
 
+#include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -47,9 +49,19 @@ void appendFloats(std::span<const std::uint8_t> bytes, std::vector<float>& out) 
     }
 }
 
-std::vector<float> floats(std::span<const std::uint8_t> bytes) {
+// Another program, or damage, may have stored infinities or NaN. Such a row is no vector: its scores
+// would be NaN, which compares false both ways and lets unrelated captures stand out.
+bool finite(std::span<const float> vector) {
+    return std::all_of(vector.begin(), vector.end(), [](float x) { return std::isfinite(x); });
+}
+
+// The stored vector, or nothing when it is not finite.
+std::optional<std::vector<float>> floats(std::span<const std::uint8_t> bytes) {
     std::vector<float> vector;
     appendFloats(bytes, vector);
+    if (!finite(vector)) {
+        return std::nullopt;
+    }
     return vector;
 }
 
@@ -89,8 +101,13 @@ LibraryStore::VectorRows LibraryStore::vectorRows(const std::string& model, Vect
                        auto id = cursor.text(0);
                        auto bytes = cursor.blob(1);
                        if (id && bytes) {
-                           rows.ids.emplace_back(*id);
+                           const std::size_t start = rows.floats.size();
                            appendFloats(*bytes, rows.floats);
+                           if (!finite(std::span(rows.floats).subspan(start))) {
+                               rows.floats.resize(start);
+                               return;
+                           }
+                           rows.ids.emplace_back(*id);
                            rows.starts.push_back(rows.floats.size());
                        }
                    });

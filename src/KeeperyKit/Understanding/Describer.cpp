@@ -1,6 +1,7 @@
 #include "Understanding/Describer.h"
 
 #include "Platform/Dates.h"
+#include "Platform/JSONReader.h"
 #include "Platform/Regex.h"
 #include "Platform/Text.h"
 #include "Understanding/JSONObject.h"
@@ -260,11 +261,11 @@ std::optional<JSONObject> Describer::jsonObject(std::string_view text) {
     if (open == std::string_view::npos || close == std::string_view::npos || close <= open) {
         return std::nullopt;
     }
-    nlohmann::json value = nlohmann::json::parse(text.substr(open, close - open + 1), nullptr, false);
-    if (!value.is_object()) {
+    std::optional<nlohmann::json> value = JSONReader::read(text.substr(open, close - open + 1));
+    if (!value || !value->is_object()) {
         return std::nullopt;
     }
-    return JSONObject{std::move(value)};
+    return JSONObject{std::move(*value)};
 }
 
 std::optional<std::string> Describer::clean(const std::optional<std::string>& text, std::size_t max) {

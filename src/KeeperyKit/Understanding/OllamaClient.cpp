@@ -1,12 +1,9 @@
 #include "Understanding/OllamaClient.h"
 
-#include "Platform/Text.h"
-#include "Understanding/VectorMath.h"
+#include "Understanding/OllamaReplies.h"
 
 #include <chrono>
-#include <cmath>
 #include <httplib.h>
-#include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -19,7 +16,6 @@ namespace {
 constexpr double versionTimeout = 3;
 constexpr double modelsTimeout = 5;
 constexpr double pullTimeout = 3600;
-constexpr std::size_t errorExcerptBytes = 200;
 
 std::string base64(std::span<const std::uint8_t> bytes) {
     static constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -109,73 +105,28 @@ std::unique_ptr<httplib::Client> connectTo(const Endpoint& where, double timeout
     return client;
 }
 
-// A number as a 64-bit integer: integers exactly, other numbers truncated toward zero and held in range;
-// 0 for anything that is not a number.
-std::int64_t integer(const json& value) {
-    if (value.is_number_integer() && !value.is_number_unsigned()) {
-        return value.get<std::int64_t>();
-    }
-    if (value.is_number_unsigned()) {
-        const auto n = value.get<std::uint64_t>();
-        return n > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())
-                   ? std::numeric_limits<std::int64_t>::max()
-                   : static_cast<std::int64_t>(n);
-    }
-    if (value.is_number_float()) {
-        const double d = value.get<double>();
-        if (std::isnan(d)) {
-            return 0;
-        }
-        if (d >= 9.2e18) {
-            return std::numeric_limits<std::int64_t>::max();
-        }
-        if (d <= -9.2e18) {
-            return std::numeric_limits<std::int64_t>::min();
-        }
-        return static_cast<std::int64_t>(d);
-    }
-    return 0;
-}
-
-// The request routine shared by every operation but pull: one exchange, the whole body read, and the
-// reply's object or the failure the status and body call for.
-json requestObject(const std::string& host, const std::string& method, std::string_view path,
-                   const json* body, double timeout) {
+// The request routine shared by every operation but pull: one exchange, the whole body read. Throws
+// Failure::unreachable when the transport fails; the status and body are read by OllamaReplies.
+httplib::Result exchange(const std::string& host, const std::string& method, std::string_view path,
+                         const json* body, double timeout) {
     const Endpoint where = endpoint(host);
     auto client = connectTo(where, timeout);
 
-    httplib::Request exchange;
-    exchange.method = method;
-    exchange.path = where.basePath + std::string(path);
+    httplib::Request request;
+    request.method = method;
+    request.path = where.basePath + std::string(path);
     if (body != nullptr) {
-        exchange.set_header("Content-Type", "application/json");
-        exchange.body = compact(*body);
+        request.set_header("Content-Type", "application/json");
+        request.body = compact(*body);
     }
 
     const auto started = std::chrono::steady_clock::now();
-    const httplib::Result result = client->send(exchange);
+    httplib::Result result = client->send(request);
     if (!result) {
         throw OllamaClient::Failure::unreachable(
             describe(result.error(), std::chrono::steady_clock::now() - started, timeout));
     }
-
-    const int status = result->status;
-    const std::string& text = result->body;
-    json reply = json::parse(text, nullptr, false);
-    const bool isObject = reply.is_object();
-    if (status >= 200 && status <= 299) {
-        if (!isObject) {
-            throw OllamaClient::Failure::badReply("not a JSON object");
-        }
-        return reply;
-    }
-    if (isObject) {
-        if (auto error = reply.find("error"); error != reply.end() && error->is_string()) {
-            throw OllamaClient::Failure::server(status, error->get<std::string>());
-        }
-    }
-    throw OllamaClient::Failure::server(status, Text::utf8(Text::codePoints(std::string_view(text).substr(
-                                                    0, std::min(text.size(), errorExcerptBytes)))));
+    return result;
 }
 
 } // namespace
@@ -210,32 +161,13 @@ OllamaClient::Failure OllamaClient::Failure::badReply(std::string message) {
 OllamaClient::OllamaClient(std::string host) : host_(std::move(host)) {}
 
 std::string OllamaClient::version() const {
-    const json reply = requestObject(host_, "GET", "/api/version", nullptr, versionTimeout);
-    if (auto version = reply.find("version"); version != reply.end() && version->is_string()) {
-        return version->get<std::string>();
-    }
-    throw Failure::badReply("no version");
+    const httplib::Result reply = exchange(host_, "GET", "/api/version", nullptr, versionTimeout);
+    return OllamaReplies::version(reply->status, reply->body);
 }
 
 std::vector<std::string> OllamaClient::models() const {
-    const json reply = requestObject(host_, "GET", "/api/tags", nullptr, modelsTimeout);
-    std::vector<std::string> names;
-    const auto list = reply.find("models");
-    if (list == reply.end() || !list->is_array()) {
-        return names;
-    }
-    // A list with anything but objects in it is not the list of models at all.
-    for (const json& model : *list) {
-        if (!model.is_object()) {
-            return {};
-        }
-    }
-    for (const json& model : *list) {
-        if (auto name = model.find("name"); name != model.end() && name->is_string()) {
-            names.push_back(name->get<std::string>());
-        }
-    }
-    return names;
+    const httplib::Result reply = exchange(host_, "GET", "/api/tags", nullptr, modelsTimeout);
+    return OllamaReplies::models(reply->status, reply->body);
 }
 
 bool OllamaClient::has(std::string_view model, const std::vector<std::string>& installed) {
@@ -265,18 +197,16 @@ void OllamaClient::pull(std::string_view model, const PullProgress& progress) co
 
     // One line of the stream; false once the pull must stop.
     const auto handleLine = [&](std::string_view line) {
-        const json status = json::parse(line, nullptr, false);
-        if (!status.is_object()) {
+        const std::optional<OllamaReplies::PullLine> status = OllamaReplies::pullLine(line);
+        if (!status) {
             return true;
         }
-        if (auto error = status.find("error"); error != status.end() && error->is_string()) {
-            failure = Failure::server(200, error->get<std::string>());
+        if (status->error) {
+            failure = Failure::server(200, *status->error);
             return false;
         }
-        const auto text = status.find("status");
         try {
-            progress(integer(status.value("completed", json())), integer(status.value("total", json())),
-                     text != status.end() && text->is_string() ? text->get<std::string>() : std::string());
+            progress(status->completed, status->total, status->status);
         } catch (...) {
             callbackError = std::current_exception();
             return false;
@@ -351,11 +281,8 @@ std::string OllamaClient::generate(const GenerateRequest& request) const {
         body["format"] = "json";
     }
 
-    const json reply = requestObject(host_, "POST", "/api/generate", &body, request.timeout);
-    if (auto response = reply.find("response"); response != reply.end() && response->is_string()) {
-        return response->get<std::string>();
-    }
-    throw Failure::badReply("no response text");
+    const httplib::Result reply = exchange(host_, "POST", "/api/generate", &body, request.timeout);
+    return OllamaReplies::response(reply->status, reply->body);
 }
 
 std::vector<std::vector<float>>
@@ -377,31 +304,8 @@ OllamaClient::embed(std::string_view model, std::span<const EmbedInput> inputs, 
     }
     const json body = {{"model", model}, {"input", std::move(list)}, {"keep_alive", "10m"}};
 
-    const json reply = requestObject(host_, "POST", "/api/embed", &body, timeout);
-    const auto expected = [&] {
-        return Failure::badReply("expected " + std::to_string(inputs.size()) + " embeddings");
-    };
-    const auto embeddings = reply.find("embeddings");
-    if (embeddings == reply.end() || !embeddings->is_array() || embeddings->size() != inputs.size()) {
-        throw expected();
-    }
-    std::vector<std::vector<float>> vectors;
-    vectors.reserve(inputs.size());
-    for (const json& numbers : *embeddings) {
-        if (!numbers.is_array()) {
-            throw expected();
-        }
-        std::vector<float> vector;
-        vector.reserve(numbers.size());
-        for (const json& number : numbers) {
-            if (!number.is_number()) {
-                throw expected();
-            }
-            vector.push_back(static_cast<float>(number.get<double>()));
-        }
-        vectors.push_back(VectorMath::unit(vector));
-    }
-    return vectors;
+    const httplib::Result reply = exchange(host_, "POST", "/api/embed", &body, timeout);
+    return OllamaReplies::embeddings(reply->status, reply->body, inputs.size());
 }
 
 } // namespace keepery

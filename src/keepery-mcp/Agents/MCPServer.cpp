@@ -3,6 +3,7 @@
 #include "Library/Library.h"
 #include "Model/CaptureKind.h"
 #include "Platform/Dates.h"
+#include "Platform/JSONReader.h"
 #include "Platform/Text.h"
 #include "Store/LibraryStore.h"
 
@@ -214,10 +215,13 @@ std::optional<std::string> MCPServer::error(const json* id, int code, const std:
 }
 
 std::optional<std::string> MCPServer::handle(std::string_view line) {
-    json message = json::parse(line, nullptr, /*allow_exceptions=*/false);
-    if (!message.is_object()) {
+    // Text the reader refuses (not JSON, anything but blanks after the value, a NUL byte, nesting past
+    // its bound) is not a message: echoing or copying an unbounded id or params would recurse per level.
+    std::optional<json> read = JSONReader::read(line);
+    if (!read || !read->is_object()) {
         return error(nullptr, -32700, "Parse error");
     }
+    json& message = *read;
     const auto idIt = message.find("id");
     const json* id = idIt != message.end() ? &*idIt : nullptr;
     const auto methodIt = message.find("method");

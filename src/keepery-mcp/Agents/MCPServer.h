@@ -36,7 +36,9 @@ public:
     MCPServer(Library& library, LibraryStore& store, std::string version);
 
     // The reply line (without its line ending) to one input line, or nothing when no reply is due (a
-    // notification, or a reply that cannot be serialised). Never throws.
+    // notification, or a reply that cannot be serialised). The whole line must be one JSON object: text
+    // after it other than blanks, a NUL byte anywhere, or nesting deeper than 64 levels makes it a parse
+    // error. Never throws.
     [[nodiscard]] std::optional<std::string> handle(std::string_view line);
 
     // Runs one tool and returns its text. Throws ToolFailure for the failures the assistant should read,
