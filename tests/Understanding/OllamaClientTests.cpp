@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 using namespace keepery;
+using namespace std::chrono_literals;
 using keepery::testing::FakeModelService;
 using nlohmann::json;
 using Kind = OllamaClient::Failure::Kind;
@@ -46,7 +47,7 @@ std::vector<std::string> keysOf(const json& object) {
 }
 
 OllamaClient::GenerateRequest plainGenerate() {
-    return {.model = "qwen3.5:4b", .prompt = "Say hi", .maxTokens = 80, .timeout = 10};
+    return {.model = "qwen3.5:4b", .prompt = "Say hi", .maxTokens = 80, .timeout = 10s};
 }
 
 } // namespace
@@ -100,7 +101,6 @@ TEST(OllamaClient, ErrorStatusesBecomeServerFailures) {
     service.failWith("/api/version", FakeModelService::Reply::error(404, "model 'qwen3.5:4b' not found"));
     auto failure = failureOf([&] { (void)client.version(); });
     EXPECT_EQ(failure, OllamaClient::Failure::server(404, "model 'qwen3.5:4b' not found"));
-    EXPECT_EQ(failure.description(), "Ollama answered 404: model 'qwen3.5:4b' not found");
 
     // Without an "error" text, the message is the start of the body.
     const auto page = FakeModelService::Reply::html(500, 1000);
@@ -144,7 +144,7 @@ TEST(OllamaClient, AnAbsentOrSilentServiceIsUnreachable) {
 
     service.stall("/api/generate", 5);
     auto request = plainGenerate();
-    request.timeout = 0.3;
+    request.timeout = 300ms;
     auto failure = failureOf([&] { (void)client.generate(request); });
     EXPECT_EQ(failure.kind(), Kind::unreachable);
     EXPECT_EQ(failure.message(), "The request timed out.");
@@ -228,7 +228,7 @@ TEST(OllamaClient, EmbedSendsEachInputInItsShapeAndScalesTheVectors) {
     const auto image = bytes("png!");
     const std::vector<OllamaClient::EmbedInput> inputs{
         {.text = "espresso"}, {.image = image}, {.text = "latte", .image = image}, {}};
-    const auto vectors = client.embed("embeddinggemma-2:440m", inputs, 60);
+    const auto vectors = client.embed("embeddinggemma-2:440m", inputs, 60s);
 
     const auto sent = service.requests("/api/embed").at(0);
     EXPECT_EQ(sent.contentType, "application/json");
@@ -252,9 +252,9 @@ TEST(OllamaClient, EmbedSendsEachInputInItsShapeAndScalesTheVectors) {
     service.setEmbedding("three four", {3, 4});
     service.setEmbedding("zero", {0, 0});
     const std::vector<OllamaClient::EmbedInput> pair{{.text = "three four"}, {.text = "zero"}};
-    EXPECT_EQ(client.embed("m", pair, 60), (std::vector<std::vector<float>>{{0.6f, 0.8f}, {0.0f, 0.0f}}));
+    EXPECT_EQ(client.embed("m", pair, 60s), (std::vector<std::vector<float>>{{0.6f, 0.8f}, {0.0f, 0.0f}}));
 
-    EXPECT_TRUE(client.embed("m", {}, 60).empty());
+    EXPECT_TRUE(client.embed("m", {}, 60s).empty());
     EXPECT_EQ(lastBody(service, "/api/embed")["input"], json::array());
 }
 
@@ -264,18 +264,14 @@ TEST(OllamaClient, EmbedWantsOneListOfNumbersPerInput) {
     const std::vector<OllamaClient::EmbedInput> two{{.text = "a"}, {.text = "b"}};
     const auto expectedTwo = OllamaClient::Failure::badReply("expected 2 embeddings");
 
-    service.failWith("/api/embed", FakeModelService::Reply::json(200, R"({"embeddings":[[1,0]]})"));
-    const auto failure = failureOf([&] { (void)client.embed("m", two, 60); });
-    EXPECT_EQ(failure, expectedTwo);
-    EXPECT_EQ(failure.description(), "Unexpected reply from Ollama: expected 2 embeddings");
-
-    for (const char* reply : {R"({})", R"({"embeddings":"no"})", R"({"embeddings":[[1,0],"x"]})",
-                              R"({"embeddings":[[1,0],[1,"0"]]})", R"({"embeddings":[[1,0],[1,0],[1,0]]})"}) {
+    for (const char* reply :
+         {R"({"embeddings":[[1,0]]})", R"({})", R"({"embeddings":"no"})", R"({"embeddings":[[1,0],"x"]})",
+          R"({"embeddings":[[1,0],[1,"0"]]})", R"({"embeddings":[[1,0],[1,0],[1,0]]})"}) {
         service.failWith("/api/embed", FakeModelService::Reply::json(200, reply));
-        EXPECT_EQ(failureOf([&] { (void)client.embed("m", two, 60); }), expectedTwo) << reply;
+        EXPECT_EQ(failureOf([&] { (void)client.embed("m", two, 60s); }), expectedTwo) << reply;
     }
     service.failWith("/api/embed", FakeModelService::Reply::json(200, R"({"embeddings":[[1.5e300,0],[]]})"));
-    const auto odd = client.embed("m", two, 60);
+    const auto odd = client.embed("m", two, 60s);
     EXPECT_EQ(odd.size(), 2u);
     EXPECT_TRUE(odd[1].empty()) << "an empty vector stays empty";
 }

@@ -33,7 +33,7 @@ public:
     // At most this many captures are read to learn who belongs to which collection.
     static constexpr std::int64_t membershipListing = 100000;
     // Seconds the query's embedding may take.
-    static constexpr double queryEmbeddingTimeout = 60;
+    static constexpr OllamaClient::Timeout queryEmbeddingTimeout = std::chrono::seconds(60);
 
     // Keeps the five values; no I/O and no checks.
     Library(LibraryStore& store, OllamaClient client, std::string visionModel, std::string embeddingModel,

@@ -16,9 +16,12 @@ using nlohmann::json;
 
 namespace {
 
-constexpr double versionTimeout = 3;
-constexpr double modelsTimeout = 5;
-constexpr double pullTimeout = 3600;
+using Timeout = OllamaClient::Timeout;
+using std::chrono::seconds;
+
+constexpr Timeout versionTimeout = seconds(3);
+constexpr Timeout modelsTimeout = seconds(5);
+constexpr Timeout pullTimeout = seconds(3600);
 constexpr std::size_t errorExcerptBytes = 200;
 
 std::string base64(std::span<const std::uint8_t> bytes) {
@@ -69,17 +72,18 @@ Endpoint endpoint(const std::string& host) {
     return {host.substr(0, pathStart), path};
 }
 
-void setTimeouts(httplib::Client& client, double seconds) {
-    const auto duration = std::chrono::duration_cast<std::chrono::microseconds>(
-        std::chrono::duration<double>(std::max(seconds, 0.001)));
+void setTimeouts(httplib::Client& client, Timeout timeout) {
+    const auto duration =
+        std::chrono::duration_cast<std::chrono::microseconds>(std::max(timeout, Timeout(1)));
     client.set_connection_timeout(duration);
     client.set_read_timeout(duration);
     client.set_write_timeout(duration);
 }
 
 // The transport's failure in words; a read that gave up at about the time-out is a time-out.
-std::string describe(httplib::Error error, std::chrono::steady_clock::duration waited, double timeout) {
-    const bool timedOut = std::chrono::duration<double>(waited).count() >= timeout * 0.9;
+std::string describe(httplib::Error error, std::chrono::steady_clock::duration waited, Timeout timeout) {
+    const bool timedOut =
+        std::chrono::duration<double>(waited) >= std::chrono::duration<double>(timeout) * 0.9;
     switch (error) {
     case httplib::Error::Connection:
         return "Could not connect to the server.";
@@ -94,7 +98,7 @@ std::string describe(httplib::Error error, std::chrono::steady_clock::duration w
 }
 
 // A client for one exchange with the service at `host`.
-std::unique_ptr<httplib::Client> connectTo(const Endpoint& where, double timeout) {
+std::unique_ptr<httplib::Client> connectTo(const Endpoint& where, Timeout timeout) {
     std::unique_ptr<httplib::Client> client;
     try {
         client = std::make_unique<httplib::Client>(where.origin);
@@ -140,7 +144,7 @@ std::int64_t integer(const json& value) {
 // The request routine shared by every operation but pull: one exchange, the whole body read, and the
 // reply's object or the failure the status and body call for.
 json requestObject(const std::string& host, const std::string& method, std::string_view path,
-                   const json* body, double timeout) {
+                   const json* body, Timeout timeout) {
     const Endpoint where = endpoint(host);
     auto client = connectTo(where, timeout);
 
@@ -359,7 +363,7 @@ std::string OllamaClient::generate(const GenerateRequest& request) const {
 }
 
 std::vector<std::vector<float>>
-OllamaClient::embed(std::string_view model, std::span<const EmbedInput> inputs, double timeout) const {
+OllamaClient::embed(std::string_view model, std::span<const EmbedInput> inputs, Timeout timeout) const {
     json list = json::array();
     for (const EmbedInput& input : inputs) {
         if (input.text && !input.image) {
