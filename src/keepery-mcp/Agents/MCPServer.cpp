@@ -82,8 +82,13 @@ std::int64_t limitArgument(const json& arguments, std::int64_t fallback, std::in
 
 using Text::joined;
 
-// A long text as the full form shows it: whole up to 4000 characters, else its first 4000 and "…".
-constexpr std::size_t longTextLimit = 4000;
+// A long text as the full form shows it: whole up to 4000 characters, else its first 4000 and "…". A text
+// that fits is passed on as stored, so that bytes which are not UTF-8 reach the serialiser's own
+// replacement untouched.
+std::string longText(const std::string& text) {
+    constexpr std::size_t most = 4000;
+    return Text::characterCount(text) <= most ? text : Text::cut(text, most);
+}
 
 // Collection id → "<emoji> <name>". A listing that cannot read the collections shows no label.
 using Labels = std::unordered_map<std::string, std::string>;
@@ -353,10 +358,10 @@ std::string MCPServer::full(const Capture& capture) {
         sections.push_back("Links:\n" + joined(capture.links, "\n"));
     }
     if (capture.transcript && !capture.transcript->empty()) {
-        sections.push_back("Said in it:\n" + Text::cut(*capture.transcript, longTextLimit));
+        sections.push_back("Said in it:\n" + longText(*capture.transcript));
     }
     if (capture.ocrText && !capture.ocrText->empty()) {
-        sections.push_back("Text on it:\n" + Text::cut(*capture.ocrText, longTextLimit));
+        sections.push_back("Text on it:\n" + longText(*capture.ocrText));
     }
     if (capture.stage != CaptureStage::organized) {
         sections.push_back("(Still being read: the description may be incomplete.)");
