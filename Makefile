@@ -41,7 +41,7 @@ bench: setup
 	@bash bench/run build/release
 
 format:
-	@find src tests bench -name '*.cpp' -o -name '*.h' | xargs clang-format -i
+	@find src tests bench \( -name '*.cpp' -o -name '*.h' \) -not -path '*/node_modules/*' -print0 | xargs -0 clang-format -i
 
 clean:
 	@rm -rf build

@@ -6,6 +6,7 @@
 //
 //   make bench                                    (all benchmarks)
 //   build/release/bench/SearchBench [captures…]   (this one; default 10000 100000)
+#include "BenchHarness.h"
 #include "Library/Library.h"
 #include "Understanding/EmbeddingText.h"
 #include "support/FakeModelService.h"
@@ -14,7 +15,6 @@
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -23,29 +23,10 @@
 #include <vector>
 
 using namespace keepery;
-using SteadyClock = std::chrono::steady_clock;
 
 namespace {
 
-double milliseconds(SteadyClock::duration d) {
-    return std::chrono::duration<double, std::milli>(d).count();
-}
-
-// The value at quantile q (0…1) of the sorted values, nearest rank.
-double quantile(std::vector<double> values, double q) {
-    if (values.empty()) {
-        return 0;
-    }
-    std::sort(values.begin(), values.end());
-    const auto rank = static_cast<std::size_t>(q * static_cast<double>(values.size() - 1) + 0.5);
-    return values[std::min(rank, values.size() - 1)];
-}
-
-double timed(const std::function<void()>& body) {
-    const auto start = SteadyClock::now();
-    body();
-    return milliseconds(SteadyClock::now() - start);
-}
+using bench::Samples;
 
 // A field of /proc/self/status in MB ("VmRSS", "VmHWM").
 double statusMB(const std::string& field) {
@@ -66,7 +47,7 @@ void run(std::size_t captures) {
     options.seed = 42;
     const keepery::testing::SampleLibrary sample(options);
     LibraryStore store(directory / "Library");
-    const double buildMs = timed([&] { sample.write(store); });
+    const double buildMs = bench::milliseconds([&] { sample.write(store); });
     std::printf("\n%zu captures, %zu collections, two %zu-d vectors each (built in %.0f s)\n", captures,
                 sample.collections().size(), options.dimensions, buildMs / 1000);
 
@@ -86,10 +67,10 @@ void run(std::size_t captures) {
     keepery::testing::ReferenceSearch reference(store, OllamaClient(service.host()), options.embeddingModel);
 
     const double rssBefore = statusMB("VmRSS");
-    std::vector<double> cold;
+    Samples cold;
     for (int i = 0; i < 3; ++i) {
         auto fresh = makeLibrary();
-        cold.push_back(timed([&] { (void)fresh->search(queries[static_cast<std::size_t>(i)]); }));
+        cold.add(bench::milliseconds([&] { (void)fresh->search(queries[static_cast<std::size_t>(i)]); }));
     }
     auto library = makeLibrary();
     (void)library->search(queries[0]);
@@ -109,42 +90,43 @@ void run(std::size_t captures) {
         std::exit(1);
     }
 
-    std::vector<double> warm;
+    Samples warm;
     for (int i = 0; i < 60; ++i) {
-        warm.push_back(
-            timed([&] { (void)library->search(queries[static_cast<std::size_t>(i) % queries.size()]); }));
+        warm.add(bench::milliseconds(
+            [&] { (void)library->search(queries[static_cast<std::size_t>(i) % queries.size()]); }));
     }
     const double rssAfter = statusMB("VmRSS");
-    std::vector<double> related;
+    Samples related;
     for (int i = 0; i < 30; ++i) {
         const std::string id = sample.captureID((static_cast<std::size_t>(i) * 7919) % captures);
-        related.push_back(timed([&] { (void)library->related(id, 10); }));
+        related.add(bench::milliseconds([&] { (void)library->related(id, 10); }));
     }
-    std::vector<double> straightforward;
+    Samples straightforward;
     const int referenceRuns = captures > 20000 ? 10 : 30;
     for (int i = 0; i < referenceRuns; ++i) {
-        straightforward.push_back(
-            timed([&] { (void)reference.findings(queries[static_cast<std::size_t>(i) % queries.size()]); }));
+        straightforward.add(bench::milliseconds(
+            [&] { (void)reference.findings(queries[static_cast<std::size_t>(i) % queries.size()]); }));
     }
 
-    const double warmMedian = quantile(warm, 0.5);
-    const double referenceMedian = quantile(straightforward, 0.5);
+    const double warmMedian = warm.quantile(0.5);
+    const double referenceMedian = straightforward.quantile(0.5);
     std::printf("  answers identical to the straightforward search (%zu hits over %zu queries)\n", hits,
                 queries.size());
-    std::printf("  cold search (fresh Library)    %8.1f ms median of %zu\n", quantile(cold, 0.5),
-                cold.size());
+    std::printf("  cold search (fresh Library)    %8.1f ms median of %zu\n", cold.quantile(0.5), cold.size());
     std::printf("  warm search                    %8.2f ms median, %.2f ms p95 (%zu searches)\n", warmMedian,
-                quantile(warm, 0.95), warm.size());
-    std::printf("  related(id, 10), warm          %8.2f ms median\n", quantile(related, 0.5));
+                warm.quantile(0.95), warm.size());
+    std::printf("  related(id, 10), warm          %8.2f ms median\n", related.quantile(0.5));
     std::printf(
         "  straightforward search         %8.1f ms median, %.1f ms p95 (%zu searches): %.0f× slower\n",
-        referenceMedian, quantile(straightforward, 0.95), straightforward.size(),
+        referenceMedian, straightforward.quantile(0.95), straightforward.size(),
         referenceMedian / warmMedian);
     // Where a cold search's time goes: the reads the Library keeps between searches.
-    const double lookMs = timed([&] { (void)store.vectorRows(options.embeddingModel, VectorSpace::look); });
+    const double lookMs =
+        bench::milliseconds([&] { (void)store.vectorRows(options.embeddingModel, VectorSpace::look); });
     const double meaningMs =
-        timed([&] { (void)store.vectorRows(options.embeddingModel, VectorSpace::meaning); });
-    const double membersMs = timed([&] { (void)store.memberships(Library::membershipListing); });
+        bench::milliseconds([&] { (void)store.vectorRows(options.embeddingModel, VectorSpace::meaning); });
+    const double membersMs =
+        bench::milliseconds([&] { (void)store.memberships(Library::membershipListing); });
     std::printf("  cold reads: look vectors %.0f ms, meaning vectors %.0f ms, memberships %.0f ms\n", lookMs,
                 meaningMs, membersMs);
     std::printf("  memory: %.0f MB resident (%.0f MB more than before the Library), peak %.0f MB\n", rssAfter,

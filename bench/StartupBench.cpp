@@ -1,13 +1,11 @@
 // Start-up latency of keepery-mcp: time from starting the process to reading its reply to `initialize`,
 // on an existing library. Prints the median and the spread over repeated runs.
+#include "BenchHarness.h"
 #include "support/ChildProcess.h"
 #include "support/TemporaryDirectory.h"
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <vector>
 
 int main(int argc, char** argv) {
     const int runs = argc > 1 ? std::atoi(argv[1]) : 50;
@@ -25,24 +23,23 @@ int main(int argc, char** argv) {
             return 1;
         }
     }
-    std::vector<double> millis;
+    keepery::bench::Samples millis;
     for (int i = 0; i < runs; ++i) {
-        const auto start = std::chrono::steady_clock::now();
+        const keepery::bench::Stopwatch watch;
         keepery::testing::LineChild child(KEEPERY_MCP_PATH, environment);
         child.send(initialize);
         const std::string reply = child.readLine();
-        const auto end = std::chrono::steady_clock::now();
+        const double elapsed = watch.milliseconds();
         child.finish();
         if (reply.find("\"protocolVersion\"") == std::string::npos) {
             std::fprintf(stderr, "unexpected reply: %s\n", reply.c_str());
             return 1;
         }
-        millis.push_back(std::chrono::duration<double, std::milli>(end - start).count());
+        millis.add(elapsed);
     }
-    std::sort(millis.begin(), millis.end());
     std::printf("start-up to initialize reply, existing library, %d runs: median %.2f ms, p90 %.2f ms, "
                 "min %.2f ms (target: under 20 ms)\n",
-                runs, millis[millis.size() / 2], millis[millis.size() * 9 / 10], millis.front());
+                runs, millis.median(), millis.quantile(0.9), millis.minimum());
     std::printf("reproduce: make bench, or build/release/bench/StartupBench %d\n", runs);
     return 0;
 }

@@ -3,12 +3,12 @@
 //
 //   make bench                                   (all benchmarks)
 //   build/release/bench/StoreBench [captures…]   (this one; default 10000 100000)
+#include "BenchHarness.h"
 #include "Store/LibraryStore.h"
 #include "support/SampleLibrary.h"
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -16,37 +16,20 @@
 #include <vector>
 
 using namespace keepery;
-using SteadyClock = std::chrono::steady_clock;
 
 namespace {
 
-double seconds(SteadyClock::duration d) {
-    return std::chrono::duration<double>(d).count();
-}
-
-double median(std::vector<double> values) {
-    if (values.empty()) {
-        return 0;
-    }
-    std::sort(values.begin(), values.end());
-    const std::size_t mid = values.size() / 2;
-    return values.size() % 2 == 1 ? values[mid] : (values[mid - 1] + values[mid]) / 2;
-}
-
-// Median wall time of `body` in milliseconds, after one warm-up run.
+// Median wall time of `body` in milliseconds, after one warm-up run; `results` gets the last run's count.
 double medianMilliseconds(int runs, const std::function<std::size_t()>& body,
                           std::size_t* results = nullptr) {
-    std::size_t found = body();
-    std::vector<double> times;
-    for (int i = 0; i < runs; ++i) {
-        const auto start = SteadyClock::now();
-        found = body();
-        times.push_back(seconds(SteadyClock::now() - start) * 1000.0);
-    }
+    std::size_t found = 0;
+    const double median = bench::repeat(
+                              runs, [&] { found = body(); }, 1)
+                              .median();
     if (results != nullptr) {
         *results = found;
     }
-    return median(times);
+    return median;
 }
 
 void run(std::size_t captures) {
@@ -62,20 +45,21 @@ void run(std::size_t captures) {
                 sample.collections().size(), options.dimensions);
     // Writes, timed per call and reported as the median rate over batches of 1000 captures.
     constexpr std::size_t batch = 1000;
-    std::vector<double> insertRates;
-    std::vector<double> processedRates;
-    SteadyClock::duration generating{};
-    const auto buildStart = SteadyClock::now();
+    bench::Samples insertRates;
+    bench::Samples processedRates;
+    double generating = 0;
+    const bench::Stopwatch building;
     for (std::size_t first = 0; first < captures; first += batch) {
-        SteadyClock::duration inserting{};
-        SteadyClock::duration processing{};
+        double inserting = 0;
+        double processing = 0;
         const std::size_t end = std::min(captures, first + batch);
         for (std::size_t i = first; i < end; ++i) {
-            auto t0 = SteadyClock::now();
+            bench::Stopwatch step;
             const keepery::testing::SampleCapture c = sample.capture(i);
-            auto t1 = SteadyClock::now();
+            generating += step.seconds();
+            step.restart();
             store.insert(c.kept);
-            auto t2 = SteadyClock::now();
+            inserting += step.seconds();
             store.setRead(c.kept.id, c.ocrText, c.transcript);
             store.setDescribed(c.kept.id, c.description);
             store.setEmbedding(c.kept.id, options.embeddingModel,
@@ -87,22 +71,19 @@ void run(std::size_t captures) {
             if (c.note) {
                 store.setNote(c.kept.id, c.note);
             }
-            auto t3 = SteadyClock::now();
-            generating += t1 - t0;
-            inserting += t2 - t1;
-            processing += t3 - t1;
+            processing += step.seconds();
         }
-        insertRates.push_back(static_cast<double>(end - first) / seconds(inserting));
-        processedRates.push_back(static_cast<double>(end - first) / seconds(processing));
+        insertRates.add(static_cast<double>(end - first) / inserting);
+        processedRates.add(static_cast<double>(end - first) / processing);
     }
-    const double buildSeconds = seconds(SteadyClock::now() - buildStart);
+    const double buildSeconds = building.seconds();
     const auto bytes = std::filesystem::file_size(directory / "Library" / "library.sqlite") +
                        std::filesystem::file_size(directory / "Library" / "library.sqlite-wal");
-    std::printf("  built in %.1f s (%.1f s generating samples), database %.0f MB\n", buildSeconds,
-                seconds(generating), static_cast<double>(bytes) / 1e6);
+    std::printf("  built in %.1f s (%.1f s generating samples), database %.0f MB\n", buildSeconds, generating,
+                static_cast<double>(bytes) / 1e6);
     std::printf("  insert                         %10.0f captures/s (median of %zu batches)\n",
-                median(insertRates), insertRates.size());
-    std::printf("  insert + read, described,      %10.0f captures/s\n", median(processedRates));
+                insertRates.median(), insertRates.size());
+    std::printf("  insert + read, described,      %10.0f captures/s\n", processedRates.median());
     std::printf("    embedded, organized\n");
 
     const std::vector<std::string> queries{sample.topicQuery(0),
@@ -145,13 +126,9 @@ void run(std::size_t captures) {
     // A store opened on an existing library reads where the full-text rows lie at its first such write.
     LibraryStore reopened(directory / "Library");
     const std::string id = sample.captureID(captures / 2);
-    auto start = SteadyClock::now();
-    reopened.setNote(id, "first write after opening");
-    const double first = seconds(SteadyClock::now() - start) * 1000.0;
-    start = SteadyClock::now();
-    reopened.setNote(id, "second write");
+    const double first = bench::milliseconds([&] { reopened.setNote(id, "first write after opening"); });
     std::printf("  setNote after opening: first   %7.2f ms, then %.2f ms\n", first,
-                seconds(SteadyClock::now() - start) * 1000.0);
+                bench::milliseconds([&] { reopened.setNote(id, "second write"); }));
 }
 
 } // namespace

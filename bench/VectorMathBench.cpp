@@ -1,15 +1,14 @@
 // Scoring one query against every stored 768-float vector, as a search does, measured against the speed of
 // simply reading the same array from memory. Reproduce with `make bench`, or
 // build/release/bench/VectorMathBench [rows] after `cmake --build build/release --target VectorMathBench`.
+#include "BenchHarness.h"
 #include "Understanding/VectorMath.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #if defined(__x86_64__)
 #include <immintrin.h>
 #endif
@@ -25,14 +24,7 @@ constexpr int repetitions = 11;
 
 // The median wall time of `repetitions` runs of `work`, in seconds.
 double medianSeconds(const std::function<void()>& work) {
-    std::vector<double> times;
-    for (int i = 0; i < repetitions; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        times.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-    }
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
+    return bench::repeat(repetitions, work).median() / 1000.0;
 }
 
 // Keeps a result alive so the compiler cannot drop the work that made it.

@@ -1,7 +1,7 @@
 // Feeds the readers of the model service's replies what a broken or hostile service could send. The first
 // byte picks the reader, the second the HTTP status, the rest is the body: "12{...}" is an embed reply
-// for one input with status 200. Readers may throw their documented failures and nothing else; an embedding that comes
-// back is always one finite vector per input.
+// for one input with status 200. Readers may throw their documented failures and nothing else; an embedding
+// that comes back is always one finite vector per input.
 #include "Organizing/CollectionNamer.h"
 #include "Understanding/Describer.h"
 #include "Understanding/OllamaReplies.h"

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 using namespace keepery;
+using namespace std::chrono_literals;
 using keepery::testing::FakeModelService;
 
 TEST(FakeModelService, EmbeddingsPlaceTextsThatShareWordsClose) {
@@ -18,7 +19,7 @@ TEST(FakeModelService, EmbeddingsPlaceTextsThatShareWordsClose) {
         {.text = "title: Safari \u2014 Espresso | text: the best espresso grinder for home"},
         {.text = "title: none | text: Tax return. Topics: finance, taxes"},
     };
-    const auto vectors = client.embed("m", inputs, 10);
+    const auto vectors = client.embed("m", inputs, 10s);
     const float related = VectorMath::dot(vectors[0], vectors[1]);
     const float unrelated = VectorMath::dot(vectors[0], vectors[2]);
     EXPECT_GT(related, 0.5f);
@@ -38,7 +39,7 @@ TEST(FakeModelService, ScriptedAnswersComeInOrder) {
     service.answerNext("first");
     const OllamaClient client(service.host());
     const OllamaClient::GenerateRequest plain{
-        .model = "m", .prompt = "Describe", .maxTokens = 10, .timeout = 10};
+        .model = "m", .prompt = "Describe", .maxTokens = 10, .timeout = 10s};
     auto naming = plain;
     naming.prompt = "Name the collection they form.";
     EXPECT_EQ(client.generate(plain), "first");

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 using namespace keepery;
+using namespace std::chrono_literals;
 using keepery::testing::FakeModelService;
 using nlohmann::json;
 using Kind = OllamaClient::Failure::Kind;
@@ -47,7 +48,7 @@ std::vector<std::string> keysOf(const json& object) {
 }
 
 OllamaClient::GenerateRequest plainGenerate() {
-    return {.model = "qwen3.5:4b", .prompt = "Say hi", .maxTokens = 80, .timeout = 10};
+    return {.model = "qwen3.5:4b", .prompt = "Say hi", .maxTokens = 80, .timeout = 10s};
 }
 
 } // namespace
@@ -101,7 +102,6 @@ TEST(OllamaClient, ErrorStatusesBecomeServerFailures) {
     service.failWith("/api/version", FakeModelService::Reply::error(404, "model 'qwen3.5:4b' not found"));
     auto failure = failureOf([&] { (void)client.version(); });
     EXPECT_EQ(failure, OllamaClient::Failure::server(404, "model 'qwen3.5:4b' not found"));
-    EXPECT_EQ(failure.description(), "Ollama answered 404: model 'qwen3.5:4b' not found");
 
     // Without an "error" text, the message is the start of the body.
     const auto page = FakeModelService::Reply::html(500, 1000);
@@ -145,7 +145,7 @@ TEST(OllamaClient, AnAbsentOrSilentServiceIsUnreachable) {
 
     service.stall("/api/generate", 5);
     auto request = plainGenerate();
-    request.timeout = 0.3;
+    request.timeout = 300ms;
     auto failure = failureOf([&] { (void)client.generate(request); });
     EXPECT_EQ(failure.kind(), Kind::unreachable);
     EXPECT_EQ(failure.message(), "The request timed out.");
@@ -229,7 +229,7 @@ TEST(OllamaClient, EmbedSendsEachInputInItsShapeAndScalesTheVectors) {
     const auto image = bytes("png!");
     const std::vector<OllamaClient::EmbedInput> inputs{
         {.text = "espresso"}, {.image = image}, {.text = "latte", .image = image}, {}};
-    const auto vectors = client.embed("embeddinggemma-2:440m", inputs, 60);
+    const auto vectors = client.embed("embeddinggemma-2:440m", inputs, 60s);
 
     const auto sent = service.requests("/api/embed").at(0);
     EXPECT_EQ(sent.contentType, "application/json");
@@ -253,9 +253,9 @@ TEST(OllamaClient, EmbedSendsEachInputInItsShapeAndScalesTheVectors) {
     service.setEmbedding("three four", {3, 4});
     service.setEmbedding("zero", {0, 0});
     const std::vector<OllamaClient::EmbedInput> pair{{.text = "three four"}, {.text = "zero"}};
-    EXPECT_EQ(client.embed("m", pair, 60), (std::vector<std::vector<float>>{{0.6f, 0.8f}, {0.0f, 0.0f}}));
+    EXPECT_EQ(client.embed("m", pair, 60s), (std::vector<std::vector<float>>{{0.6f, 0.8f}, {0.0f, 0.0f}}));
 
-    EXPECT_TRUE(client.embed("m", {}, 60).empty());
+    EXPECT_TRUE(client.embed("m", {}, 60s).empty());
     EXPECT_EQ(lastBody(service, "/api/embed")["input"], json::array());
 }
 
@@ -265,18 +265,14 @@ TEST(OllamaClient, EmbedWantsOneListOfNumbersPerInput) {
     const std::vector<OllamaClient::EmbedInput> two{{.text = "a"}, {.text = "b"}};
     const auto expectedTwo = OllamaClient::Failure::badReply("expected 2 embeddings");
 
-    service.failWith("/api/embed", FakeModelService::Reply::json(200, R"({"embeddings":[[1,0]]})"));
-    const auto failure = failureOf([&] { (void)client.embed("m", two, 60); });
-    EXPECT_EQ(failure, expectedTwo);
-    EXPECT_EQ(failure.description(), "Unexpected reply from Ollama: expected 2 embeddings");
-
-    for (const char* reply : {R"({})", R"({"embeddings":"no"})", R"({"embeddings":[[1,0],"x"]})",
-                              R"({"embeddings":[[1,0],[1,"0"]]})", R"({"embeddings":[[1,0],[1,0],[1,0]]})"}) {
+    for (const char* reply :
+         {R"({"embeddings":[[1,0]]})", R"({})", R"({"embeddings":"no"})", R"({"embeddings":[[1,0],"x"]})",
+          R"({"embeddings":[[1,0],[1,"0"]]})", R"({"embeddings":[[1,0],[1,0],[1,0]]})"}) {
         service.failWith("/api/embed", FakeModelService::Reply::json(200, reply));
-        EXPECT_EQ(failureOf([&] { (void)client.embed("m", two, 60); }), expectedTwo) << reply;
+        EXPECT_EQ(failureOf([&] { (void)client.embed("m", two, 60s); }), expectedTwo) << reply;
     }
     service.failWith("/api/embed", FakeModelService::Reply::json(200, R"({"embeddings":[[2,0],[]]})"));
-    const auto odd = client.embed("m", two, 60);
+    const auto odd = client.embed("m", two, 60s);
     EXPECT_EQ(odd, (std::vector<std::vector<float>>{{1.0f, 0.0f}, {}})) << "an empty vector stays empty";
 }
 
@@ -289,11 +285,11 @@ TEST(OllamaClient, AVectorThatIsNotFiniteOnceScaledIsABadReply) {
     for (const char* reply : {R"({"embeddings":[[1e300,1e300,1e300]]})", R"({"embeddings":[[0.5,1e39,0.5]]})",
                               R"({"embeddings":[[-1e39]]})"}) {
         service.failWith("/api/embed", FakeModelService::Reply::json(200, reply));
-        EXPECT_EQ(failureOf([&] { (void)client.embed("m", one, 60); }), expectedOne) << reply;
+        EXPECT_EQ(failureOf([&] { (void)client.embed("m", one, 60s); }), expectedOne) << reply;
     }
     // The largest floats still scale: their squares overflow the norm, which leaves zeros, not NaN.
     service.failWith("/api/embed", FakeModelService::Reply::json(200, R"({"embeddings":[[3e38,-3e38]]})"));
-    const auto largest = client.embed("m", one, 60);
+    const auto largest = client.embed("m", one, 60s);
     for (const float x : largest.at(0)) {
         EXPECT_TRUE(std::isfinite(x));
     }

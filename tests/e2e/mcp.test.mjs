@@ -95,15 +95,12 @@ async function text(name, args) {
   return { text: result.content[0].text, isError: result.isError };
 }
 
-test("initialize reports the server and its instructions", () => {
+test("initialize reports the server and its instructions, and ping answers", async () => {
   const info = client.getServerVersion();
   assert.equal(info.name, "keepery");
   assert.match(info.version, /^\d+\.\d+\.\d+$/);
   assert.deepEqual(client.getServerCapabilities(), { tools: { listChanged: false } });
   assert.match(client.getInstructions(), /^Keepery is the user's keepery book/);
-});
-
-test("ping answers", async () => {
   assert.deepEqual(await client.ping(), {});
 });
 
@@ -113,13 +110,7 @@ test("the four tools are listed in order with their schemas", async () => {
     tools.map((t) => t.name),
     ["search_keepery", "recent_captures", "get_capture", "list_collections"],
   );
-  const byName = Object.fromEntries(tools.map((t) => [t.name, t]));
-  assert.deepEqual(byName.search_keepery.inputSchema.required, ["query"]);
-  assert.equal(byName.search_keepery.inputSchema.properties.limit.type, "integer");
-  assert.equal(byName.recent_captures.inputSchema.required, undefined);
-  assert.match(byName.recent_captures.inputSchema.properties.kind.description, /^One of: article, code, .*, idea, other$/);
-  assert.deepEqual(byName.get_capture.inputSchema.required, ["id"]);
-  assert.deepEqual(byName.list_collections.inputSchema, { type: "object", properties: {} });
+  assert.deepEqual(tools.map((t) => t.inputSchema.required), [["query"], undefined, ["id"], undefined]);
   for (const tool of tools) {
     assert.deepEqual(Object.keys(tool).sort(), ["description", "inputSchema", "name"]);
   }
@@ -145,9 +136,6 @@ test("search_keepery finds by words and by meaning and renders listings", async 
   // "butter" is no word of the pasta capture's indexed text; only its vectors know it.
   const byMeaning = await text("search_keepery", { query: "lemon butter" });
   assert.match(byMeaning.text, /^Keepery for “lemon butter” \(\d+\):\n\nLemon pasta — Recipes\nid pasta · Photos · /);
-
-  assert.deepEqual(await text("search_keepery", { query: " " }),
-    { text: "'query' must be a non-empty string.", isError: true });
 });
 
 test("recent_captures lists newest first, by collection name in any case or by kind", async () => {
@@ -161,11 +149,8 @@ test("recent_captures lists newest first, by collection name in any case or by k
 
   const code = await text("recent_captures", { kind: "Code" });
   assert.match(code.text, /^A failing diff — Code\nid diff · Code · /);
-  assert.deepEqual(await text("recent_captures", { kind: " code" }),
-    { text: "Unknown kind “ code”.", isError: true });
   assert.deepEqual(await text("recent_captures", { collection: "Desserts" }),
     { text: "No collection named “Desserts”. list_collections shows them.", isError: true });
-  assert.deepEqual(await text("recent_captures", { kind: "email" }), { text: "Nothing kept there yet.", isError: false });
 });
 
 test("get_capture opens one capture in full", async () => {
@@ -184,7 +169,6 @@ test("get_capture opens one capture in full", async () => {
   assert.match(curry.text, new RegExp(`· Mar 2, 2024, 5:14\u202fPM · 🍳 Weeknight Cooking\n`));
   const diff = await text("get_capture", { id: "diff" });
   assert.ok(diff.text.endsWith("\n\n(Still being read: the description may be incomplete.)"));
-  assert.deepEqual(await text("get_capture", { id: "nope" }), { text: "No capture with that id.", isError: true });
   assert.deepEqual(await text("get_capture", { id: 7 }), { text: "No capture with that id.", isError: true });
 });
 

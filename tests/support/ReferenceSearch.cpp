@@ -56,7 +56,7 @@ SearchFindings ReferenceSearch::findings(const std::string& query) {
     std::optional<std::vector<float>> queryVector;
     try {
         const OllamaClient::EmbedInput input{EmbeddingText::query(trimmed), std::nullopt};
-        auto vectors = client_.embed(embeddingModel_, std::span(&input, 1), 60);
+        auto vectors = client_.embed(embeddingModel_, std::span(&input, 1), std::chrono::seconds(60));
         if (!vectors.empty()) {
             queryVector = vectors.front();
         }

@@ -1,13 +1,11 @@
 #include "Capture/PageTarget.h"
 
+#include "Platform/Regex.h"
 #include "Platform/Text.h"
 
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <string_view>
-#include <unicode/regex.h>
-#include <unicode/unistr.h>
 
 namespace keepery {
 namespace {
@@ -16,33 +14,11 @@ constexpr std::string_view videoRole = "AXVideo";
 constexpr std::string_view imageRole = "AXImage";
 constexpr std::array<std::string_view, 4> videoExtensions{"mp4", "webm", "mov", "m4v"};
 
-// Platform/Text has no regular expressions. ICU's "\b" is the word boundary the wording rule means
-// (letters, marks, digits and connectors are word characters), so the pattern is ICU's own. A matcher is
-// costly to build and not thread-safe: each thread keeps one, and the text it reads beside it, since a
-// matcher holds on to its input rather than copying it.
+// ICU's "\b" is the word boundary the wording rule means: letters, marks, digits and connectors are word
+// characters.
 bool containsVideoWord(const std::string& lowercasedText) {
-    struct WordSearch {
-        icu::UnicodeString text;
-        std::unique_ptr<icu::RegexMatcher> matcher;
-    };
-    thread_local WordSearch search = [] {
-        WordSearch made;
-        UErrorCode status = U_ZERO_ERROR;
-        made.matcher =
-            std::make_unique<icu::RegexMatcher>(icu::UnicodeString(u"\\b(video|player)\\b"), 0, status);
-        if (U_FAILURE(status)) {
-            made.matcher.reset();
-        }
-        return made;
-    }();
-    if (!search.matcher) {
-        return false;
-    }
-    search.text = icu::UnicodeString::fromUTF8(lowercasedText);
-    search.matcher->reset(search.text);
-    UErrorCode status = U_ZERO_ERROR;
-    const bool found = search.matcher->find(status);
-    return U_SUCCESS(status) && found;
+    static const Regex videoWord("\\b(video|player)\\b");
+    return videoWord.firstMatch(lowercasedText).has_value();
 }
 
 bool isVideoLike(const PointerNode& node) {

@@ -1,8 +1,11 @@
 #pragma once
 
+#include "Platform/URI.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace keepery {
@@ -19,13 +22,13 @@ public:
     [[nodiscard]] const std::string& text() const { return text_; }
 
     // The scheme as written ("HTTPS" stays upper-case); empty for a relative reference.
-    [[nodiscard]] const std::string& scheme() const { return scheme_; }
+    [[nodiscard]] const std::string& scheme() const { return parts_.scheme(); }
 
     // The host as written, when the address has a non-empty one.
-    [[nodiscard]] const std::optional<std::string>& host() const { return host_; }
+    [[nodiscard]] const std::optional<std::string>& host() const { return parts_.host(); }
 
     // The path's segments as written (still percent-encoded), empty segments included.
-    [[nodiscard]] const std::vector<std::string>& pathSegments() const { return segments_; }
+    [[nodiscard]] const std::vector<std::string>& pathSegments() const { return parts_.pathSegments(); }
 
     // The extension of the path's last non-empty segment, percent-decoded, as written: the text after its
     // last "." when that dot is neither the segment's first nor last character; empty otherwise. The query
@@ -35,12 +38,10 @@ public:
     bool operator==(const WebAddress& other) const { return text_ == other.text_; }
 
 private:
-    WebAddress() = default;
+    WebAddress(std::string text, URI parts) : text_(std::move(text)), parts_(std::move(parts)) {}
 
     std::string text_;
-    std::string scheme_;
-    std::optional<std::string> host_;
-    std::vector<std::string> segments_;
+    URI parts_;
 };
 
 } // namespace keepery

@@ -144,8 +144,7 @@ SearchFindings Library::findings(const std::string& query) {
                                      : Text::prefix(trimmed, mostEmbeddedQueryCharacters)),
             std::nullopt};
         std::vector<std::vector<float>> vectors =
-            client_.embed(embeddingModel_, std::span(&input, 1),
-                          std::chrono::duration<double>(queryEmbeddingTimeout).count());
+            client_.embed(embeddingModel_, std::span(&input, 1), queryEmbeddingTimeout);
         if (!vectors.empty()) {
             queryVector = std::move(vectors.front());
         }

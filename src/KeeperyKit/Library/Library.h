@@ -35,7 +35,7 @@ public:
     // At most this many captures are read to learn who belongs to which collection.
     static constexpr std::int64_t membershipListing = 100000;
     // How long the query's embedding may take.
-    static constexpr std::chrono::seconds queryEmbeddingTimeout{60};
+    static constexpr OllamaClient::Timeout queryEmbeddingTimeout = std::chrono::seconds(60);
     // At most this many characters of a query are embedded. The embedding model reads a couple of
     // thousand tokens and the service drops the rest, so a longer text changes nothing but the time spent
     // sending and tokenizing it (a 10 MB query took longer than the whole search ought to).

@@ -1,6 +1,6 @@
 #include "Model/Capture.h"
 
-#include <uriparser/Uri.h>
+#include "Platform/URI.h"
 
 namespace keepery {
 
@@ -36,19 +36,8 @@ std::string Capture::sourceName() const {
 }
 
 std::optional<std::string> urlHost(std::string_view address) {
-    UriUriA uri;
-    const char* errorPos = nullptr;
-    if (uriParseSingleUriExA(&uri, address.data(), address.data() + address.size(), &errorPos) !=
-        URI_SUCCESS) {
-        return std::nullopt;
-    }
-    std::optional<std::string> host;
-    if (uri.hostText.first != nullptr && uri.hostText.afterLast != nullptr &&
-        uri.hostText.afterLast > uri.hostText.first) {
-        host = std::string(uri.hostText.first, uri.hostText.afterLast);
-    }
-    uriFreeUriMembersA(&uri);
-    return host;
+    std::optional<URI> uri = URI::parse(address);
+    return uri ? uri->host() : std::nullopt;
 }
 
 } // namespace keepery

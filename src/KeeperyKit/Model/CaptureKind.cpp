@@ -54,6 +54,10 @@ constexpr std::pair<std::string_view, CaptureKind::Case> synonyms[] = {
 
 } // namespace
 
+std::string CaptureKind::rawValueList() {
+    return Text::joined(rawValues, ", ");
+}
+
 std::string_view CaptureKind::title() const {
     return titles[static_cast<std::size_t>(value)];
 }

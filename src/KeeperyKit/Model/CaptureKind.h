@@ -40,6 +40,10 @@ struct CaptureKind : detail::Vocabulary<CaptureKind, detail::CaptureKindCase, 18
         "article", "code",   "design", "chat",  "email", "document", "spreadsheet", "slides", "product",
         "receipt", "recipe", "food",   "place", "video", "social",   "data",        "idea",   "other"};
 
+    // Every raw value in declared order, joined by ", " ("article, code, …, other"), as prompts and tool
+    // descriptions list the kinds.
+    [[nodiscard]] static std::string rawValueList();
+
     // The plural heading shown for the kind ("Video" stays singular).
     [[nodiscard]] std::string_view title() const;
 

@@ -17,7 +17,7 @@ CollectionNamer::Naming CollectionNamer::name(std::span<const Capture> captures)
                                    .prompt = prompt(captures),
                                    .json = true,
                                    .maxTokens = maxTokens,
-                                   .timeout = std::chrono::duration<double>(timeout).count()}));
+                                   .timeout = timeout}));
 }
 
 std::string CollectionNamer::prompt(std::span<const Capture> captures) {

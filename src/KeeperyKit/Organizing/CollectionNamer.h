@@ -29,7 +29,7 @@ public:
     static constexpr std::size_t promptItems = 12;
     static constexpr std::size_t nameLimit = 40;
     static constexpr std::int64_t maxTokens = 80;
-    static constexpr std::chrono::seconds timeout{120};
+    static constexpr OllamaClient::Timeout timeout = std::chrono::seconds(120);
 
     CollectionNamer(OllamaClient client, std::string model);
 

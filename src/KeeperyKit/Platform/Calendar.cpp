@@ -1,5 +1,7 @@
 #include "Platform/Calendar.h"
 
+#include "Platform/ICUStrings.h"
+
 #include <cmath>
 #include <stdexcept>
 #include <unicode/calendar.h>
@@ -21,9 +23,7 @@ namespace {
 std::string zoneID(const icu::Calendar& calendar) {
     icu::UnicodeString id;
     calendar.getTimeZone().getID(id);
-    std::string out;
-    id.toUTF8String(out);
-    return out;
+    return ICUStrings::toUTF8(id);
 }
 
 void prepare(icu::Calendar& calendar) {
@@ -79,8 +79,7 @@ Calendar Calendar::current() {
 }
 
 Calendar::Calendar(std::string_view timeZone, Weekday firstWeekday, std::string_view locale) {
-    std::unique_ptr<icu::TimeZone> zone(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(
-        icu::StringPiece(timeZone.data(), static_cast<int32_t>(timeZone.size())))));
+    std::unique_ptr<icu::TimeZone> zone(icu::TimeZone::createTimeZone(ICUStrings::fromUTF8(timeZone)));
     if (!zone || *zone == icu::TimeZone::getUnknown()) {
         throw std::invalid_argument("unknown time zone: " + std::string(timeZone));
     }

@@ -1,5 +1,7 @@
 #include "Platform/Dates.h"
 
+#include "Platform/ICUStrings.h"
+
 #include <memory>
 #include <unicode/datefmt.h>
 #include <unicode/locid.h>
@@ -37,14 +39,11 @@ std::string format(double instant, Style date, Style time, std::string_view loca
         return {};
     }
     if (!timeZone.empty()) {
-        formatter->adoptTimeZone(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(
-            icu::StringPiece(timeZone.data(), static_cast<int32_t>(timeZone.size())))));
+        formatter->adoptTimeZone(icu::TimeZone::createTimeZone(ICUStrings::fromUTF8(timeZone)));
     }
     icu::UnicodeString out;
     formatter->format(static_cast<UDate>(instant * 1000.0), out);
-    std::string text;
-    out.toUTF8String(text);
-    return text;
+    return ICUStrings::toUTF8(out);
 }
 
 std::optional<double> parse(std::string_view text, std::string_view pattern, std::string_view timeZone) {

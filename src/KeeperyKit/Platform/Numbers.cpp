@@ -1,5 +1,7 @@
 #include "Platform/Numbers.h"
 
+#include "Platform/ICUStrings.h"
+
 #include <cstdlib>
 #include <memory>
 #include <unicode/locid.h>
@@ -9,12 +11,6 @@
 
 namespace keepery::Numbers {
 namespace {
-
-std::string utf8(const icu::UnicodeString& text) {
-    std::string out;
-    text.toUTF8String(out);
-    return out;
-}
 
 icu::Locale icuLocale(std::string_view id) {
     return icu::Locale(std::string(id).c_str());
@@ -83,7 +79,7 @@ std::optional<std::string> spelledOut(std::int64_t n, std::string_view locale) {
     if (U_FAILURE(status) || text.isEmpty()) {
         return std::nullopt;
     }
-    return utf8(text);
+    return ICUStrings::toUTF8(text);
 }
 
 std::string grouped(std::int64_t n, std::string_view locale) {
@@ -92,7 +88,7 @@ std::string grouped(std::int64_t n, std::string_view locale) {
     if (U_FAILURE(status)) {
         return std::to_string(n);
     }
-    return utf8(text);
+    return ICUStrings::toUTF8(text);
 }
 
 } // namespace keepery::Numbers

@@ -1,5 +1,7 @@
 #include "Platform/Regex.h"
 
+#include "Platform/ICUStrings.h"
+
 #include <unicode/regex.h>
 #include <unicode/unistr.h>
 #include <unicode/utypes.h>
@@ -7,15 +9,8 @@
 namespace keepery {
 namespace {
 
-icu::UnicodeString unicode(std::string_view text) {
-    return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
-}
-
-std::string utf8(const icu::UnicodeString& text, int32_t start, int32_t end) {
-    std::string out;
-    icu::UnicodeString(text, start, end - start).toUTF8String(out);
-    return out;
-}
+using ICUStrings::fromUTF8;
+using ICUStrings::toUTF8;
 
 } // namespace
 
@@ -26,7 +21,7 @@ struct Regex::Compiled {
 Regex::Regex(std::string_view pattern) : compiled_(std::make_unique<Compiled>()) {
     UParseError where{};
     UErrorCode status = U_ZERO_ERROR;
-    compiled_->pattern.reset(icu::RegexPattern::compile(unicode(pattern), 0, where, status));
+    compiled_->pattern.reset(icu::RegexPattern::compile(fromUTF8(pattern), 0, where, status));
     if (U_FAILURE(status) || !compiled_->pattern) {
         throw InvalidPattern(std::string("invalid regular expression (") + u_errorName(status) +
                              "): " + std::string(pattern));
@@ -38,7 +33,7 @@ Regex::Regex(Regex&&) noexcept = default;
 Regex& Regex::operator=(Regex&&) noexcept = default;
 
 std::optional<Regex::Match> Regex::firstMatch(std::string_view text) const {
-    const icu::UnicodeString subject = unicode(text);
+    const icu::UnicodeString subject = fromUTF8(text);
     UErrorCode status = U_ZERO_ERROR;
     std::unique_ptr<icu::RegexMatcher> matcher(compiled_->pattern->matcher(subject, status));
     if (U_FAILURE(status) || !matcher->find(status) || U_FAILURE(status)) {
@@ -49,11 +44,12 @@ std::optional<Regex::Match> Regex::firstMatch(std::string_view text) const {
     if (U_FAILURE(status)) {
         return std::nullopt;
     }
-    return Match{utf8(subject, 0, start), utf8(subject, start, end), utf8(subject, end, subject.length())};
+    return Match{toUTF8(subject, 0, start), toUTF8(subject, start, end),
+                 toUTF8(subject, end, subject.length())};
 }
 
 std::string Regex::replacingAll(std::string_view text, std::string_view replacement) const {
-    const icu::UnicodeString subject = unicode(text);
+    const icu::UnicodeString subject = fromUTF8(text);
     UErrorCode status = U_ZERO_ERROR;
     std::unique_ptr<icu::RegexMatcher> matcher(compiled_->pattern->matcher(subject, status));
     if (U_FAILURE(status)) {
@@ -61,7 +57,7 @@ std::string Regex::replacingAll(std::string_view text, std::string_view replacem
     }
     // ICU reads "$" and "\" in a replacement as group references and escapes; quote them.
     icu::UnicodeString literal;
-    const icu::UnicodeString raw = unicode(replacement);
+    const icu::UnicodeString raw = fromUTF8(replacement);
     for (int32_t i = 0; i < raw.length(); ++i) {
         const char16_t c = raw.charAt(i);
         if (c == u'$' || c == u'\\') {
@@ -73,9 +69,7 @@ std::string Regex::replacingAll(std::string_view text, std::string_view replacem
     if (U_FAILURE(status)) {
         return std::string(text);
     }
-    std::string out;
-    result.toUTF8String(out);
-    return out;
+    return toUTF8(result);
 }
 
 std::string Regex::escaped(std::string_view literal) {

@@ -1,5 +1,7 @@
 #include "Platform/Text.h"
 
+#include "Platform/ICUStrings.h"
+
 #include <memory>
 #include <unicode/brkiter.h>
 #include <unicode/locid.h>
@@ -10,15 +12,8 @@
 namespace keepery::Text {
 namespace {
 
-icu::UnicodeString unicode(std::string_view text) {
-    return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
-}
-
-std::string utf8(const icu::UnicodeString& text) {
-    std::string out;
-    text.toUTF8String(out);
-    return out;
-}
+using ICUStrings::fromUTF8;
+using ICUStrings::toUTF8;
 
 // A character break iterator is costly to open; each thread keeps one and resets its text.
 icu::BreakIterator& characterBreaks() {
@@ -87,7 +82,7 @@ std::size_t characterCount(std::string_view text) {
     if (text.empty()) {
         return 0;
     }
-    icu::UnicodeString u = unicode(text);
+    icu::UnicodeString u = fromUTF8(text);
     icu::BreakIterator& breaks = characterBreaks();
     breaks.setText(u);
     std::size_t n = 0;
@@ -99,21 +94,21 @@ std::size_t characterCount(std::string_view text) {
 }
 
 std::string prefix(std::string_view text, std::size_t count) {
-    icu::UnicodeString u = unicode(text);
+    icu::UnicodeString u = fromUTF8(text);
     int32_t end = clusterBoundary(u, count, nullptr);
     if (end < 0) {
-        return utf8(u);
+        return toUTF8(u);
     }
-    return utf8(icu::UnicodeString(u, 0, end));
+    return toUTF8(u, 0, end);
 }
 
 std::string cut(std::string_view text, std::size_t limit) {
-    icu::UnicodeString u = unicode(text);
+    icu::UnicodeString u = fromUTF8(text);
     int32_t end = clusterBoundary(u, limit, nullptr);
     if (end < 0) {
-        return utf8(u);
+        return toUTF8(u);
     }
-    return utf8(icu::UnicodeString(u, 0, end)) + "\u2026";
+    return toUTF8(u, 0, end) + "\u2026";
 }
 
 bool isWhitespace(char32_t c) {
@@ -143,9 +138,9 @@ std::string trimWhitespaceAndNewlines(std::string_view text) {
 }
 
 std::string lowercased(std::string_view text) {
-    icu::UnicodeString u = unicode(text);
+    icu::UnicodeString u = fromUTF8(text);
     u.toLower(icu::Locale::getRoot());
-    return utf8(u);
+    return toUTF8(u);
 }
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
@@ -153,7 +148,7 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     const uint32_t options = (std::string_view(language) == "tr" || std::string_view(language) == "az")
                                  ? U_FOLD_CASE_EXCLUDE_SPECIAL_I
                                  : U_FOLD_CASE_DEFAULT;
-    return unicode(a).caseCompare(unicode(b), options) == 0;
+    return fromUTF8(a).caseCompare(fromUTF8(b), options) == 0;
 }
 
 std::u32string codePoints(std::string_view text) {
@@ -191,12 +186,12 @@ std::vector<std::string> characters(std::string_view text) {
     if (text.empty()) {
         return out;
     }
-    const icu::UnicodeString u = unicode(text);
+    const icu::UnicodeString u = fromUTF8(text);
     icu::BreakIterator& breaks = characterBreaks();
     breaks.setText(u);
     int32_t start = breaks.first();
     for (int32_t end = breaks.next(); end != icu::BreakIterator::DONE; start = end, end = breaks.next()) {
-        out.push_back(utf8(icu::UnicodeString(u, start, end - start)));
+        out.push_back(toUTF8(u, start, end));
     }
     return out;
 }
@@ -218,20 +213,20 @@ std::string alphanumerics(std::string_view text) {
 }
 
 std::string uppercased(std::string_view text) {
-    icu::UnicodeString u = unicode(text);
+    icu::UnicodeString u = fromUTF8(text);
     u.toUpper(icu::Locale::getRoot());
-    return utf8(u);
+    return toUTF8(u);
 }
 
 std::string uppercasingFirstCharacter(std::string_view text) {
-    icu::UnicodeString u = unicode(text);
+    icu::UnicodeString u = fromUTF8(text);
     const int32_t end = clusterBoundary(u, 1, nullptr);
     if (end < 0) {
         return uppercased(text);
     }
     icu::UnicodeString first(u, 0, end);
     first.toUpper(icu::Locale::getRoot());
-    return utf8(first) + utf8(icu::UnicodeString(u, end));
+    return toUTF8(first) + toUTF8(u, end, u.length());
 }
 
 bool isEmojiPresentation(char32_t c) {

@@ -16,6 +16,22 @@ namespace keepery::Text {
 // The first `count` grapheme clusters of `text` (all of it when it has no more).
 [[nodiscard]] std::string prefix(std::string_view text, std::size_t count);
 
+// The parts in order with `separator` between each two ("a, b, c"); empty for no parts. `Parts` is any
+// range of texts that append to a std::string.
+template <typename Parts>
+[[nodiscard]] std::string joined(const Parts& parts, std::string_view separator) {
+    std::string out;
+    bool first = true;
+    for (const auto& part : parts) {
+        if (!first) {
+            out += separator;
+        }
+        first = false;
+        out += part;
+    }
+    return out;
+}
+
 // `text` whole when it has at most `limit` grapheme clusters; otherwise its first `limit` clusters
 // followed by "…" (U+2026).
 [[nodiscard]] std::string cut(std::string_view text, std::size_t limit);

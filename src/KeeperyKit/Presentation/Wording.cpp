@@ -2,26 +2,12 @@
 
 #include "Platform/Text.h"
 
-#include <unicode/locid.h>
-#include <unicode/unistr.h>
-
 namespace keepery {
 namespace {
 
 // The words are English whatever the user's locale: the sentences around them are.
 constexpr std::string_view wordsLocale = "en_US";
 constexpr std::int64_t largestSpelledOut = 99;
-
-// Platform/Text has no upper-casing; the first character only, by Unicode's root mapping.
-std::string capitalizedFirst(const std::string& text) {
-    std::string first = Text::prefix(text, 1);
-    icu::UnicodeString upper = icu::UnicodeString::fromUTF8(first);
-    upper.toUpper(icu::Locale::getRoot());
-    std::string out;
-    upper.toUTF8String(out);
-    out.append(text, first.size());
-    return out;
-}
 
 } // namespace
 
@@ -33,7 +19,7 @@ std::string Wording::count(std::int64_t n, std::string_view singular, std::strin
     } else {
         number = Numbers::spelledOut(n, wordsLocale).value_or(std::to_string(n));
         if (capitalized == Capitalized::yes) {
-            number = capitalizedFirst(number);
+            number = Text::uppercasingFirstCharacter(number);
         }
     }
     number += ' ';

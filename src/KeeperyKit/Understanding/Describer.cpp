@@ -4,12 +4,12 @@
 #include "Platform/JSONReader.h"
 #include "Platform/Regex.h"
 #include "Platform/Text.h"
+#include "Platform/URI.h"
 #include "Understanding/JSONObject.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <uriparser/Uri.h>
 
 namespace keepery {
 namespace {
@@ -26,17 +26,6 @@ constexpr std::size_t notJSONStart = 200;
 const Regex& whiteSpaceRuns() {
     static const Regex pattern("\\s+");
     return pattern;
-}
-
-std::string kindsList() {
-    std::string list;
-    for (std::string_view raw : CaptureKind::rawValues) {
-        if (!list.empty()) {
-            list += ", ";
-        }
-        list += raw;
-    }
-    return list;
 }
 
 std::string takenText(const std::optional<Instant>& takenAt) {
@@ -81,29 +70,6 @@ std::string head(const Describer::Context& context) {
         text += "URL: " + *context.url + "\n";
     }
     return text + "Text read from the screen (may be partial):";
-}
-
-// Scheme and host of an address, when it parses as a URI (RFC 3986).
-struct Address {
-    std::string scheme;
-    std::optional<std::string> host;
-};
-
-std::optional<Address> parseAddress(std::string_view text) {
-    UriUriA uri;
-    const char* errorPosition = nullptr;
-    if (uriParseSingleUriExA(&uri, text.data(), text.data() + text.size(), &errorPosition) != URI_SUCCESS) {
-        return std::nullopt;
-    }
-    Address address;
-    if (uri.scheme.first != nullptr && uri.scheme.afterLast > uri.scheme.first) {
-        address.scheme.assign(uri.scheme.first, uri.scheme.afterLast);
-    }
-    if (uri.hostText.first != nullptr && uri.hostText.afterLast > uri.hostText.first) {
-        address.host = std::string(uri.hostText.first, uri.hostText.afterLast);
-    }
-    uriFreeUriMembersA(&uri);
-    return address;
 }
 
 std::string replacingAll(std::string text, std::string_view what) {
@@ -176,7 +142,7 @@ std::string Describer::prompt(const Context& context, std::string_view ocrExcerp
         " \"summary\": \"one or two sentences about the content itself; never start with 'A screenshot' or "
         "'A page'\",\n";
     text += " \"kind\": \"one of: ";
-    text += kindsList();
+    text += CaptureKind::rawValueList();
     text += "\",\n";
     text += " \"tags\": [\"2 to 5 short lowercase topic tags about the subject (not the website, app or "
             "'screenshot')\"],\n";
@@ -287,12 +253,12 @@ std::string Describer::withoutSiteName(std::string_view title, const std::option
     if (!url) {
         return unchanged;
     }
-    const auto address = parseAddress(*url);
-    if (!address || !address->host) {
+    const std::optional<URI> address = URI::parse(*url);
+    if (!address || !address->host()) {
         return unchanged;
     }
     std::vector<std::string> labels;
-    const std::string host = Text::lowercased(*address->host);
+    const std::string host = Text::lowercased(*address->host());
     for (std::size_t start = 0; start <= host.size();) {
         const std::size_t end = std::min(host.find('.', start), host.size());
         if (end > start) {
@@ -349,12 +315,12 @@ std::string Describer::squashed(std::string_view text) {
 }
 
 bool Describer::isWebLink(std::string_view text) {
-    const auto address = parseAddress(text);
-    if (!address || !address->host) {
+    const std::optional<URI> address = URI::parse(text);
+    if (!address || !address->host()) {
         return false;
     }
-    const std::string scheme = Text::lowercased(address->scheme);
-    return (scheme == "http" || scheme == "https") && address->host->find('.') != std::string::npos;
+    const std::string scheme = Text::lowercased(address->scheme());
+    return (scheme == "http" || scheme == "https") && address->host()->find('.') != std::string::npos;
 }
 
 } // namespace keepery

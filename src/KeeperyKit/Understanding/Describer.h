@@ -70,7 +70,7 @@ public:
     // The longest recognized text or transcript the prompt carries, in characters.
     static constexpr std::size_t excerptLength = 3000;
     static constexpr std::int64_t maxTokens = 700;
-    static constexpr double timeout = 180;
+    static constexpr OllamaClient::Timeout timeout = std::chrono::seconds(180);
 
     Describer(OllamaClient client, std::string model);
 

@@ -6,20 +6,7 @@
 #include <vector>
 
 namespace keepery::EmbeddingText {
-namespace {
-
-std::string joined(const std::vector<std::string>& parts, std::string_view separator) {
-    std::string out;
-    for (std::size_t i = 0; i < parts.size(); ++i) {
-        if (i > 0) {
-            out += separator;
-        }
-        out += parts[i];
-    }
-    return out;
-}
-
-} // namespace
+using Text::joined;
 
 std::string query(std::string_view text) {
     return "task: search result | query: " + std::string(text);

@@ -45,15 +45,6 @@ std::vector<std::int64_t> numbers(std::string_view version) {
 
 } // namespace
 
-std::optional<std::string_view> size(std::string_view model) {
-    for (const auto& [name, text] : sizes) {
-        if (name == model) {
-            return text;
-        }
-    }
-    return std::nullopt;
-}
-
 std::string vision(std::int64_t ramGB) {
     return ramGB >= 16 ? "qwen3.5:4b" : "qwen3.5:2b-q4_K_M";
 }

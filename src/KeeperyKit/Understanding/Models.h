@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -20,9 +19,6 @@ inline constexpr std::array<std::pair<std::string_view, std::string_view>, 3> si
     {"qwen3.5:4b", "3.4 GB"},
     {"qwen3.5:2b-q4_K_M", "1.9 GB"},
 }};
-
-// The size text of `model` from `sizes`; absent for any other model.
-[[nodiscard]] std::optional<std::string_view> size(std::string_view model);
 
 // The vision model for a machine with `ramGB` whole gibibytes of memory: the larger one from 16 up.
 [[nodiscard]] std::string vision(std::int64_t ramGB);

@@ -13,9 +13,12 @@ using nlohmann::json;
 
 namespace {
 
-constexpr double versionTimeout = 3;
-constexpr double modelsTimeout = 5;
-constexpr double pullTimeout = 3600;
+using Timeout = OllamaClient::Timeout;
+using std::chrono::seconds;
+
+constexpr Timeout versionTimeout = seconds(3);
+constexpr Timeout modelsTimeout = seconds(5);
+constexpr Timeout pullTimeout = seconds(3600);
 
 std::string base64(std::span<const std::uint8_t> bytes) {
     static constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -65,17 +68,18 @@ Endpoint endpoint(const std::string& host) {
     return {host.substr(0, pathStart), path};
 }
 
-void setTimeouts(httplib::Client& client, double seconds) {
-    const auto duration = std::chrono::duration_cast<std::chrono::microseconds>(
-        std::chrono::duration<double>(std::max(seconds, 0.001)));
+void setTimeouts(httplib::Client& client, Timeout timeout) {
+    const auto duration =
+        std::chrono::duration_cast<std::chrono::microseconds>(std::max(timeout, Timeout(1)));
     client.set_connection_timeout(duration);
     client.set_read_timeout(duration);
     client.set_write_timeout(duration);
 }
 
 // The transport's failure in words; a read that gave up at about the time-out is a time-out.
-std::string describe(httplib::Error error, std::chrono::steady_clock::duration waited, double timeout) {
-    const bool timedOut = std::chrono::duration<double>(waited).count() >= timeout * 0.9;
+std::string describe(httplib::Error error, std::chrono::steady_clock::duration waited, Timeout timeout) {
+    const bool timedOut =
+        std::chrono::duration<double>(waited) >= std::chrono::duration<double>(timeout) * 0.9;
     switch (error) {
     case httplib::Error::Connection:
         return "Could not connect to the server.";
@@ -90,7 +94,7 @@ std::string describe(httplib::Error error, std::chrono::steady_clock::duration w
 }
 
 // A client for one exchange with the service at `host`.
-std::unique_ptr<httplib::Client> connectTo(const Endpoint& where, double timeout) {
+std::unique_ptr<httplib::Client> connectTo(const Endpoint& where, Timeout timeout) {
     std::unique_ptr<httplib::Client> client;
     try {
         client = std::make_unique<httplib::Client>(where.origin);
@@ -108,7 +112,7 @@ std::unique_ptr<httplib::Client> connectTo(const Endpoint& where, double timeout
 // The request routine shared by every operation but pull: one exchange, the whole body read. Throws
 // Failure::unreachable when the transport fails; the status and body are read by OllamaReplies.
 httplib::Result exchange(const std::string& host, const std::string& method, std::string_view path,
-                         const json* body, double timeout) {
+                         const json* body, Timeout timeout) {
     const Endpoint where = endpoint(host);
     auto client = connectTo(where, timeout);
 
@@ -286,7 +290,7 @@ std::string OllamaClient::generate(const GenerateRequest& request) const {
 }
 
 std::vector<std::vector<float>>
-OllamaClient::embed(std::string_view model, std::span<const EmbedInput> inputs, double timeout) const {
+OllamaClient::embed(std::string_view model, std::span<const EmbedInput> inputs, Timeout timeout) const {
     json list = json::array();
     for (const EmbedInput& input : inputs) {
         if (input.text && !input.image) {

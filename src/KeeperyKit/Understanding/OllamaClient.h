@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -19,6 +20,9 @@ namespace keepery {
 // the operation's time-out passes; a time-out is the longest wait for the next bytes of the exchange.
 class OllamaClient {
 public:
+    // The longest wait for the next bytes of one exchange.
+    using Timeout = std::chrono::milliseconds;
+
     // The client's error. Its text form is what reaches a capture's last error and the user.
     class Failure : public std::exception {
     public:
@@ -80,8 +84,7 @@ public:
         // Asks the service to answer with JSON only.
         bool json = false;
         std::int64_t maxTokens = 0;
-        // Seconds.
-        double timeout = 0;
+        Timeout timeout{0};
     };
 
     // Progress of a pull: bytes completed and total of the current step (0 when the line gives none) and
@@ -118,11 +121,11 @@ public:
     // `badReply("no response text")` when the reply has no string "response".
     [[nodiscard]] std::string generate(const GenerateRequest& request) const;
 
-    // One vector per input, in input order, each scaled to unit length (POST /api/embed, `timeout`
-    // seconds). Throws Failure; `badReply("expected <n> embeddings")` when the reply does not hold n lists
+    // One vector per input, in input order, each scaled to unit length (POST /api/embed, waiting up to
+    // `timeout`). Throws Failure; `badReply("expected <n> embeddings")` when the reply does not hold n lists
     // of numbers.
     [[nodiscard]] std::vector<std::vector<float>>
-    embed(std::string_view model, std::span<const EmbedInput> inputs, double timeout) const;
+    embed(std::string_view model, std::span<const EmbedInput> inputs, Timeout timeout) const;
 
 private:
     std::string host_;

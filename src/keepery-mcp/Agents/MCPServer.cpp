@@ -12,7 +12,6 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <unordered_map>
-#include <utility>
 
 namespace keepery {
 
@@ -24,19 +23,12 @@ json property(const char* type, std::string description) {
     return json{{"type", type}, {"description", std::move(description)}};
 }
 
-std::string kindList() {
-    std::string list;
-    for (CaptureKind kind : CaptureKind::allCases()) {
-        if (!list.empty()) {
-            list += ", ";
-        }
-        list += kind.rawValue();
-    }
-    return list;
-}
+// Whether a tool's text is its answer or the failure the assistant should read ("isError").
+enum class ToolOutcome : bool { answered, failed };
 
-json textContent(const std::string& text, bool isError) {
-    return json{{"content", json::array({json{{"type", "text"}, {"text", text}}})}, {"isError", isError}};
+json textContent(const std::string& text, ToolOutcome outcome) {
+    return json{{"content", json::array({json{{"type", "text"}, {"text", text}}})},
+                {"isError", outcome == ToolOutcome::failed}};
 }
 
 // Text another program stored may hold bytes that are not UTF-8; they are written as U+FFFD, as a string
@@ -89,26 +81,14 @@ std::int64_t limitArgument(const json& arguments, std::int64_t fallback, std::in
     return std::clamp<std::int64_t>(integerArgument(arguments, "limit").value_or(fallback), 1, most);
 }
 
-template <typename Parts>
-std::string joined(const Parts& parts, std::string_view separator) {
-    std::string out;
-    bool first = true;
-    for (const auto& part : parts) {
-        if (!std::exchange(first, false)) {
-            out += separator;
-        }
-        out += part;
-    }
-    return out;
-}
+using Text::joined;
 
-// A long text as the full form shows it: whole up to 4000 characters, else its first 4000 and "…".
-std::string cutLong(const std::string& text) {
+// A long text as the full form shows it: whole up to 4000 characters, else its first 4000 and "…". A text
+// that fits is passed on as stored, so that bytes which are not UTF-8 reach the serialiser's own
+// replacement untouched.
+std::string longText(const std::string& text) {
     constexpr std::size_t most = 4000;
-    if (Text::characterCount(text) <= most) {
-        return text;
-    }
-    return Text::prefix(text, most) + "…";
+    return Text::characterCount(text) <= most ? text : Text::cut(text, most);
 }
 
 // Collection id → "<emoji> <name>". A listing that cannot read the collections shows no label.
@@ -186,7 +166,7 @@ const json& MCPServer::tools() {
                {"properties",
                 {{"limit", property("integer", "At most this many (default 10, at most 50)")},
                  {"collection", property("string", "A collection's name or id (list_collections)")},
-                 {"kind", property("string", "One of: " + kindList())}}}}}},
+                 {"kind", property("string", "One of: " + CaptureKind::rawValueList())}}}}}},
         json{{"name", "get_capture"},
              {"description",
               "One capture in full: title, summary, passages worth keeping, the user's note, tags, "
@@ -264,11 +244,11 @@ json MCPServer::toolResult(const json& params) {
     const json arguments =
         argumentsIt != params.end() && argumentsIt->is_object() ? *argumentsIt : json::object();
     try {
-        return textContent(call(toolName, arguments), false);
+        return textContent(call(toolName, arguments), ToolOutcome::answered);
     } catch (const ToolFailure& failure) {
-        return textContent(failure.message, true);
+        return textContent(failure.message, ToolOutcome::failed);
     } catch (const std::exception& failure) {
-        return textContent(std::string("Keepery could not answer: ") + failure.what(), true);
+        return textContent(std::string("Keepery could not answer: ") + failure.what(), ToolOutcome::failed);
     }
 }
 
@@ -382,10 +362,10 @@ std::string MCPServer::full(const Capture& capture) {
         sections.push_back("Links:\n" + joined(capture.links, "\n"));
     }
     if (capture.transcript && !capture.transcript->empty()) {
-        sections.push_back("Said in it:\n" + cutLong(*capture.transcript));
+        sections.push_back("Said in it:\n" + longText(*capture.transcript));
     }
     if (capture.ocrText && !capture.ocrText->empty()) {
-        sections.push_back("Text on it:\n" + cutLong(*capture.ocrText));
+        sections.push_back("Text on it:\n" + longText(*capture.ocrText));
     }
     if (capture.stage != CaptureStage::organized) {
         sections.push_back("(Still being read: the description may be incomplete.)");
