@@ -173,7 +173,8 @@ int main(int argc, char** argv) {
         store.insert(capture);
         store.setRead(capture.id, readTexts[i], std::nullopt);
     }
-    Library library(store, OllamaClient("http://127.0.0.1:1"), "unused", "unused", Organizer());
+    Library library({.store = store, .client = OllamaClient("http://127.0.0.1:1")},
+                    {.visionModel = "unused", .embeddingModel = "unused"});
     int atOne = 0;
     int atFive = 0;
     for (std::size_t i = 0; i < count; ++i) {

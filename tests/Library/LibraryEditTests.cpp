@@ -128,7 +128,7 @@ TEST_F(LibraryEdits, MovingOrDeletingTheLastMemberDropsTheCollection) {
 TEST_F(LibraryEdits, RenamingRecordsTheMemberCountAndMarksTheNameAsTheUsers) {
     addCollection("c1");
     for (int i = 0; i < 5; ++i) {
-        const std::string id = "m" + std::to_string(i);
+        const std::string id = std::string("m").append(std::to_string(i));
         store.insert(screen(id, i));
         file(id, "c1");
     }

@@ -139,9 +139,9 @@ TEST_F(LibrarySearch, WithoutTheModelServiceWordsRankAloneAndCollectionsComplete
         // Ever more filler words push a capture's bm25 further down.
         std::string text = "ramen";
         for (int w = 0; w < i; ++w) {
-            text += " filler" + std::to_string(w);
+            text.append(" filler").append(std::to_string(w));
         }
-        add("r" + std::to_string(i), i, text);
+        add(std::string("r").append(std::to_string(i)), i, text);
     }
     add("quiet", 100, "nothing to see");
     add("alone", 101, "nothing either");
