@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <vector>
 
@@ -65,6 +67,25 @@ inline Samples repeat(int runs, const std::function<void()>& body, int warmUps =
         times.add(milliseconds(body));
     }
     return times;
+}
+
+// The library sizes named on the command line, else `defaults`; prints the line that reruns `program` with
+// them, after `heading` ("StoreBench: medians").
+inline std::vector<std::size_t> sizesFromArguments(int argc, char** argv, std::vector<std::size_t> defaults,
+                                                   const char* program, const char* heading) {
+    std::vector<std::size_t> sizes;
+    for (int i = 1; i < argc; ++i) {
+        sizes.push_back(static_cast<std::size_t>(std::strtoull(argv[i], nullptr, 10)));
+    }
+    if (sizes.empty()) {
+        sizes = std::move(defaults);
+    }
+    std::printf("%s; rerun with build/release/bench/%s", heading, program);
+    for (const std::size_t size : sizes) {
+        std::printf(" %zu", size);
+    }
+    std::printf("\n");
+    return sizes;
 }
 
 } // namespace keepery::bench

@@ -134,19 +134,8 @@ void run(std::size_t captures) {
 } // namespace
 
 int main(int argc, char** argv) {
-    std::vector<std::size_t> sizes;
-    for (int i = 1; i < argc; ++i) {
-        sizes.push_back(static_cast<std::size_t>(std::strtoull(argv[i], nullptr, 10)));
-    }
-    if (sizes.empty()) {
-        sizes = {10000, 100000};
-    }
-    std::printf("StoreBench: medians; rerun with build/release/bench/StoreBench");
-    for (std::size_t size : sizes) {
-        std::printf(" %zu", size);
-    }
-    std::printf("\n");
-    for (std::size_t size : sizes) {
+    for (const std::size_t size :
+         bench::sizesFromArguments(argc, argv, {10000, 100000}, "StoreBench", "StoreBench: medians")) {
         run(size);
     }
     return 0;
