@@ -1,5 +1,6 @@
 #include "support/Screen.h"
 
+#include "Media/VipsImages.h"
 #include "Platform/VipsRuntime.h"
 
 #include <vips/vips8>
@@ -46,14 +47,6 @@ vips::VImage mask(const std::string& line, const TextStyle& style) {
     const std::string font = style.font + " " + std::to_string(style.pixels);
     return vips::VImage::text(escaped(line).c_str(),
                               vips::VImage::option()->set("font", font.c_str())->set("dpi", 72));
-}
-
-std::vector<std::uint8_t> bytes(VipsBlob* blob) {
-    std::size_t size = 0;
-    const auto* data = static_cast<const std::uint8_t*>(vips_blob_get(blob, &size));
-    std::vector<std::uint8_t> result(data, data + size);
-    vips_area_unref(VIPS_AREA(blob));
-    return result;
 }
 
 } // namespace
@@ -137,10 +130,10 @@ std::vector<std::string> Screen::wrap(const std::vector<std::string>& words, std
 
 std::vector<std::uint8_t> Screen::encode(const std::string& suffix) const {
     if (suffix == ".png") {
-        return bytes(pixels_->image.pngsave_buffer());
+        return VipsImages::take(pixels_->image.pngsave_buffer());
     }
     if (suffix == ".jpg") {
-        return bytes(pixels_->image.jpegsave_buffer(vips::VImage::option()->set("Q", 90)));
+        return VipsImages::take(pixels_->image.jpegsave_buffer(vips::VImage::option()->set("Q", 90)));
     }
     return encodePages({this}, suffix);
 }
@@ -158,10 +151,10 @@ std::vector<std::uint8_t> Screen::encodePages(const std::vector<const Screen*>& 
     joined.set("page-height", pages.front()->height());
     if (suffix == ".gif") {
         joined.set("delay", std::vector<int>(pages.size(), 100));
-        return bytes(joined.gifsave_buffer());
+        return VipsImages::take(joined.gifsave_buffer());
     }
     if (suffix == ".tif") {
-        return bytes(joined.tiffsave_buffer());
+        return VipsImages::take(joined.tiffsave_buffer());
     }
     throw std::invalid_argument("unknown suffix " + suffix);
 }
