@@ -132,9 +132,7 @@ TEST(CaptureKeys, ChoicesTitlesCapsAndDetectors) {
               (std::vector<std::string>{"\u2303", "\u2325", "\u2318", "K"}));
 
     EXPECT_EQ(CaptureKeys(CaptureKeys::shortcut).gesture(), std::nullopt);
-    const G options = *CaptureKeys(CaptureKeys::bothOptions).gesture();
-    EXPECT_EQ(options.left, G::leftOption);
-    EXPECT_EQ(options.right, G::rightOption);
-    EXPECT_EQ(options.others, G::shift | G::control | G::command | G::function);
-    EXPECT_FALSE(options.spoiled || options.fired || options.holding);
+    // Which side keys fire it is shown by the gesture tests; which other modifiers spoil it is listed here.
+    EXPECT_EQ(CaptureKeys(CaptureKeys::bothOptions).gesture()->others,
+              G::shift | G::control | G::command | G::function);
 }

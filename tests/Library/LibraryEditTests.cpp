@@ -133,12 +133,8 @@ TEST_F(LibraryEdits, RenamingRecordsTheMemberCountAndMarksTheNameAsTheUsers) {
         file(id, "c1");
     }
     library.renameCollection("c1", "Noodle Nights", "🍜");
-    auto row = raw.query("SELECT name, emoji, named_at_count, user_named FROM collections WHERE id = 'c1'");
-    ASSERT_EQ(row.size(), 1u);
-    EXPECT_EQ(row[0].at("name").asText(), "Noodle Nights");
-    EXPECT_EQ(row[0].at("emoji").asText(), "🍜");
-    EXPECT_EQ(row[0].at("named_at_count").asInt(), 5);
-    EXPECT_EQ(row[0].at("user_named").asInt(), 1);
+    const CaptureCollection renamed{"c1", "Noodle Nights", "🍜", 0, clock.secondsSince1970(), 5, 5, true};
+    EXPECT_EQ(store.collections(), std::vector<CaptureCollection>{renamed});
 
     const auto before = raw.query("SELECT * FROM collections");
     EXPECT_EQ(announcementsOf([&] { library.renameCollection("nope", "X", "❌"); }).size(), 1u);

@@ -107,23 +107,20 @@ TEST_F(LibrarySearch, ABlankQueryFindsNothingAndAsksNothing) {
     EXPECT_TRUE(service.requests("/api/embed").empty());
 }
 
-TEST_F(LibrarySearch, TheQueryIsEmbeddedOnceWithTheSearchPrefixAndTheLibrarysModel) {
-    add("a", 1, "ramen", axis(0), axis(0));
-    (void)library.findings("  tonkotsu ramen \n");
-    const auto requests = service.requests("/api/embed");
-    ASSERT_EQ(requests.size(), 1u);
-    const auto body = nlohmann::json::parse(requests[0].body);
-    EXPECT_EQ(body.at("model"), model);
-    EXPECT_EQ(body.at("input").dump(), R"(["task: search result | query: tonkotsu ramen"])");
-}
-
-TEST_F(LibrarySearch, OnlyTheFirstCharactersOfAnAbsurdlyLongQueryAreEmbedded) {
+TEST_F(LibrarySearch, TheQueryIsEmbeddedOnceTrimmedAndCutWithTheSearchPrefixAndTheLibrarysModel) {
     add("a", 1, "ramen", axis(0), axis(0));
     const auto embedded = [&](const std::string& query) {
+        const std::size_t before = service.requests("/api/embed").size();
         (void)library.findings(query);
         const auto requests = service.requests("/api/embed");
-        return nlohmann::json::parse(requests.back().body).at("input").at(0).get<std::string>();
+        EXPECT_EQ(requests.size(), before + 1);
+        const auto body = nlohmann::json::parse(requests.back().body);
+        EXPECT_EQ(body.at("model"), model);
+        EXPECT_EQ(body.at("input").size(), 1u);
+        return body.at("input").at(0).get<std::string>();
     };
+    EXPECT_EQ(embedded("  tonkotsu ramen \n"), "task: search result | query: tonkotsu ramen");
+    // Only the first characters of an absurdly long query are embedded.
     constexpr std::size_t most = Library::mostEmbeddedQueryCharacters;
     const std::string atTheBound = "\u00E9" + std::string(most - 2, 'x') + "y"; // more bytes than characters
     EXPECT_EQ(embedded(atTheBound), EmbeddingText::query(atTheBound));
@@ -167,38 +164,35 @@ TEST_F(LibrarySearch, WithoutTheModelServiceWordsRankAloneAndCollectionsComplete
     EXPECT_EQ(idsOf(library.search("ramen")), expected);
 }
 
-TEST_F(LibrarySearch, AServiceAnsweringGarbageGivesNoVectorEvidence) {
+TEST_F(LibrarySearch, AServiceAnsweringGarbageOrVectorsNotFiniteOnceScaledGivesNoVectorEvidence) {
     add("words", 1, "ramen shop", axis(1), axis(1));
     add("look", 2, "something else", axis(0), axis(0));
+    for (int i = 0; i < 5; ++i) {
+        add("crowd" + std::to_string(i), 10 + i, "crowd", axis(3), axis(3));
+    }
+    // Its vectors have another length: it scores 0, which stood out above a row of NaN scores.
+    add("odd", 3, "unrelated", std::vector<float>{1.0f, 0.0f}, std::vector<float>{1.0f, 0.0f});
     answerQuery("ramen", axis(0));
-    const SearchFindings withVectors = library.findings("ramen");
-    EXPECT_EQ(idsOf(withVectors), (std::vector<std::string>{"look", "words"}));
+    EXPECT_EQ(idsOf(library.findings("ramen")), (std::vector<std::string>{"look", "words"}));
 
+    const auto wordsAlone = [&](const std::string& what) {
+        const SearchFindings found = library.findings("ramen");
+        EXPECT_EQ(idsOf(found), (std::vector<std::string>{"words"})) << what;
+        EXPECT_EQ(reasonsOf(found, "words"), std::set<SearchReason>{SearchReason::words}) << what;
+    };
     for (const FakeModelService::Reply& garbage :
          {FakeModelService::Reply::json(200, "[]"),
           FakeModelService::Reply::json(200, R"({"embeddings": []})"),
           FakeModelService::Reply::text(200, "not json"), FakeModelService::Reply::html(500, 300),
           FakeModelService::Reply::error(404, "model not found")}) {
         service.failWith("/api/embed", garbage);
-        const SearchFindings found = library.findings("ramen");
-        EXPECT_EQ(idsOf(found), (std::vector<std::string>{"words"})) << garbage.body;
-        EXPECT_EQ(reasonsOf(found, "words"), std::set<SearchReason>{SearchReason::words});
+        wordsAlone(garbage.body);
     }
-}
-
-TEST_F(LibrarySearch, AQueryVectorThatIsNotFiniteOnceScaledFallsBackToWords) {
-    add("words", 1, "ramen shop", axis(1), axis(1));
-    for (int i = 0; i < 5; ++i) {
-        add("crowd" + std::to_string(i), 10 + i, "crowd", axis(3), axis(3));
-    }
-    // Its vectors have another length: it scores 0, which stood out above a row of NaN scores.
-    add("odd", 2, "unrelated", std::vector<float>{1.0f, 0.0f}, std::vector<float>{1.0f, 0.0f});
+    service.clearFailures();
     for (const std::vector<double>& answer :
          {std::vector<double>(4, 1e300), std::vector<double>{0.5, 1e39, 0.5, 0.5}}) {
         service.setEmbedding(EmbeddingText::query("ramen"), answer);
-        const SearchFindings found = library.findings("ramen");
-        EXPECT_EQ(idsOf(found), std::vector<std::string>{"words"});
-        EXPECT_EQ(reasonsOf(found, "words"), std::set<SearchReason>{SearchReason::words});
+        wordsAlone(std::to_string(answer[1]));
     }
 }
 
@@ -229,6 +223,10 @@ TEST_F(LibrarySearch, EvidenceFromWordsLookAndMeaningIsFusedAndKept) {
     for (int i = 0; i < 5; ++i) {                    // the crowd the standouts must beat
         add("crowd" + std::to_string(i), 10 + i, "crowd", axis(3), axis(3));
     }
+    // Only vectors of the library's model count.
+    add("theirs", 3, "other");
+    store.setEmbedding("theirs", "another-model",
+                       {{VectorSpace::look, axis(0)}, {VectorSpace::meaning, axis(0)}});
     answerQuery("ramen broth", axis(0));
     const SearchFindings found = library.findings("ramen broth");
     EXPECT_EQ(idsOf(found), (std::vector<std::string>{"both", "meant"}));
@@ -236,15 +234,6 @@ TEST_F(LibrarySearch, EvidenceFromWordsLookAndMeaningIsFusedAndKept) {
     EXPECT_EQ(reasonsOf(found, "meant"), std::set<SearchReason>{SearchReason::meaning});
     EXPECT_TRUE(found.collectionIDs.empty());
     EXPECT_EQ(found, reference.findings("ramen broth"));
-}
-
-TEST_F(LibrarySearch, OnlyVectorsOfTheLibrarysModelCount) {
-    add("ours", 1, "a", axis(1), axis(1));
-    add("theirs", 2, "b");
-    store.setEmbedding("theirs", "another-model",
-                       {{VectorSpace::look, axis(0)}, {VectorSpace::meaning, axis(0)}});
-    answerQuery("query", axis(0));
-    EXPECT_EQ(idsOf(library.findings("query")), (std::vector<std::string>{"ours"}));
 }
 
 TEST_F(LibrarySearch, RelatedKeepsCapturesFromTheFloorUpClosestFirst) {

@@ -29,12 +29,7 @@ TEST(ContactSheet, CellsOfSheetsWithTheComposersGeometry) {
                                                                     {1296, 368, 640, 360}}));
     EXPECT_EQ(ContactSheet::cells(640, 1137, 1), (std::vector<Cell>{{0, 0, 640, 1137}}));
     EXPECT_EQ(ContactSheet::cells(1288, 360, 2), (std::vector<Cell>{{0, 0, 640, 360}, {648, 0, 640, 360}}));
-    // Four frames: three columns, the fourth at the left of the second row.
-    const auto four = ContactSheet::cells(1936, 728, 4);
-    ASSERT_TRUE(four);
-    ASSERT_EQ(four->size(), 4u);
-    EXPECT_EQ(four->back(), (Cell{0, 368, 640, 360}));
-    // Rows of a single pixel still count.
+    // Four frames: three columns, the fourth at the left of the second row; rows of a single pixel count.
     EXPECT_EQ(ContactSheet::cells(1936, 10, 4),
               (std::vector<Cell>{{0, 0, 640, 1}, {648, 0, 640, 1}, {1296, 0, 640, 1}, {0, 9, 640, 1}}));
 }

@@ -58,10 +58,11 @@ TEST(MediaImporter, KindFollowsTheLowerCasedExtension) {
 
 TEST(MediaImporter, KeyTimesSpreadFromFiveToNinetyFivePercent) {
     EXPECT_EQ(MediaImporter::keyTimes(10, 1), std::vector<double>{5});
-    EXPECT_EQ(MediaImporter::keyTimes(0, 6), std::vector<double>{});
-    EXPECT_EQ(MediaImporter::keyTimes(-3, 6), std::vector<double>{});
-    EXPECT_EQ(MediaImporter::keyTimes(10, 0), std::vector<double>{});
-    EXPECT_EQ(MediaImporter::keyTimes(std::numeric_limits<double>::quiet_NaN(), 6), std::vector<double>{});
+    for (const auto& [duration, count] : std::vector<std::pair<double, int>>{
+             {0, 6}, {-3, 6}, {10, 0}, {std::numeric_limits<double>::quiet_NaN(), 6}}) {
+        EXPECT_EQ(MediaImporter::keyTimes(duration, count), std::vector<double>{})
+            << duration << " " << count;
+    }
     const auto six = MediaImporter::keyTimes(100, 6);
     ASSERT_EQ(six.size(), 6u);
     const double expected[] = {5, 23, 41, 59, 77, 95};
@@ -181,10 +182,8 @@ TEST(MediaImporter, HeicPhotoInUpperCaseImports) {
 TEST(MediaImporter, FilesThatAreNotMediaOrCannotBeDecodedFailWithTheirName) {
     TemporaryDirectory directory;
     writeFile(directory / "notes.txt", std::string("plain text"));
-    writeFile(directory / "paper.pdf", std::string("%PDF-1.4\n%%EOF\n"));
     EXPECT_EQ(failureOf(directory / "notes.txt"), Failure::notMedia("notes.txt"));
-    EXPECT_EQ(failureOf(directory / "paper.pdf"), Failure::notMedia("paper.pdf"));
-    EXPECT_STREQ(Failure::notMedia("paper.pdf").what(), "notMedia(paper.pdf)");
+    EXPECT_STREQ(Failure::notMedia("notes.txt").what(), "notMedia(notes.txt)");
 
     writeFile(directory / "fake.jpg", std::string("this is text wearing a picture's name"));
     EXPECT_EQ(failureOf(directory / "fake.jpg"), Failure::unreadable("fake.jpg"));
@@ -193,7 +192,7 @@ TEST(MediaImporter, FilesThatAreNotMediaOrCannotBeDecodedFailWithTheirName) {
     EXPECT_EQ(failureOf(directory / "cut.jpg"), Failure::unreadable("cut.jpg"));
     EXPECT_EQ(failureOf(directory / "missing.png"), Failure::unreadable("missing.png"));
     EXPECT_EQ(MediaImporter::scaled(directory / "cut.jpg", 720), std::nullopt);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()), {}), 4)
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()), {}), 3)
         << "nothing written";
 }
 

@@ -192,8 +192,6 @@ TEST(Organizer, RenamesAnAutomaticNameOnceTheCollectionHasDoubled) {
     EXPECT_TRUE(Organizer::shouldRename(collection(huge, huge / 2)));
 }
 
-TEST(Organizer, RunsWithTheEngineThresholdsAndRejectsANegativeCap) {
-    EXPECT_EQ(Organizer().thresholds,
-              (Organizer::Thresholds{.join = 0.8f, .form = 0.79f, .maxFormMembers = 12}));
+TEST(Organizer, RejectsANegativeCap) {
     EXPECT_THROW(Organizer({.maxFormMembers = -1}), std::invalid_argument);
 }

@@ -1,7 +1,5 @@
 #include "Platform/Process.h"
 
-#include "support/FakeProcess.h"
-
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -94,36 +92,6 @@ TEST(Process, NamesAMissingProgram) {
     EXPECT_EQ(failureOf(Process::system(), {"/nonexistent/dir/tool"}), Reason::missingProgram);
     EXPECT_EQ(failureOf(Process::system(), {"/etc/hostname"}), Reason::cannotStart);
     EXPECT_THROW((void)Process::system().run({}, 1s), std::invalid_argument);
-}
-
-TEST(FakeProcess, InjectsOneFailureOnTheRunItWasToldAndPassesTheOthersThrough) {
-    FakeProcess fake;
-    fake.inject("sh", FakeProcess::Fault::exitsNonZero, 2, "moov atom not found");
-    EXPECT_EQ(fake.run({"sh", "-c", "echo one"}, 10s).standardOutput, "one\n");
-    const auto second = fake.run({"/bin/sh", "-c", "echo two"}, 10s);
-    EXPECT_EQ(second.exitStatus, 1);
-    EXPECT_EQ(second.standardOutput, "");
-    EXPECT_EQ(second.standardError, "moov atom not found");
-    EXPECT_EQ(fake.run({"sh", "-c", "echo three"}, 10s).standardOutput, "three\n") << "a fault strikes once";
-
-    fake.inject("true", FakeProcess::Fault::timesOut, 1, "partial");
-    EXPECT_TRUE(fake.run({"false"}, 10s).exitStatus == 1) << "other programs are not touched";
-    try {
-        (void)fake.run({"true"}, 10s);
-        FAIL();
-    } catch (const Process::Failure& failure) {
-        EXPECT_EQ(failure.reason(), Reason::timedOut);
-        EXPECT_EQ(failure.standardError(), "partial");
-    }
-    fake.inject("true", FakeProcess::Fault::missing);
-    EXPECT_EQ(failureOf(fake, {"true"}), Reason::missingProgram);
-
-    fake.answer(
-        "ffprobe",
-        Process::Result{.exitStatus = 0, .signal = 0, .standardOutput = "12.5\n", .standardError = {}});
-    EXPECT_EQ(fake.run({"ffprobe", "x.mp4"}, 10s).standardOutput, "12.5\n");
-    EXPECT_EQ(fake.count("sh"), 3);
-    EXPECT_EQ(fake.runs().back(), (std::vector<std::string>{"ffprobe", "x.mp4"}));
 }
 
 } // namespace

@@ -65,21 +65,16 @@ TEST_F(Collections, RenamesStampTheTimeAndKeepTheUsersMark) {
     store.insertCollection({"mine", "Mine", "", 1, 2, 0, 0, false});
 
     store.renameCollection("auto", "Ramen Spots", "\U0001F35C", 4, LibraryStore::NamedBy::namer);
-    auto renamed = store.collections().front();
-    EXPECT_EQ(renamed.id, "auto");
-    EXPECT_EQ(renamed.name, "Ramen Spots");
-    EXPECT_EQ(renamed.emoji, "\U0001F35C");
-    EXPECT_EQ(renamed.namedAtCount, 4);
-    EXPECT_FALSE(renamed.userNamed);
-    EXPECT_EQ(renamed.updatedAt, clock.secondsSince1970());
+    EXPECT_EQ(store.collections().front(), (CaptureCollection{"auto", "Ramen Spots", "\U0001F35C", 1,
+                                                              clock.secondsSince1970(), 0, 4, false}));
 
     clock.advance(1min);
     store.renameCollection("mine", "My Name", "\u2B50", 1, LibraryStore::NamedBy::user);
     EXPECT_TRUE(store.collections().front().userNamed);
     store.renameCollection("mine", "Namer's Name", "\u2728", 9, LibraryStore::NamedBy::namer);
-    auto mine = store.collections().front();
-    EXPECT_EQ(mine.name, "Namer's Name");
-    EXPECT_TRUE(mine.userNamed) << "a rename by the namer never clears the user's mark";
+    EXPECT_EQ(store.collections().front().name, "Namer's Name");
+    EXPECT_TRUE(store.collections().front().userNamed)
+        << "a rename by the namer never clears the user's mark";
 
     clock.advance(1h);
     store.touchCollection("auto");

@@ -143,7 +143,8 @@ TEST(FullTextQuery, OnlyTheFirstWordsOfAnAbsurdlyLongQueryAreSearched) {
     EXPECT_EQ(LibraryStore::ftsQuery(words(16'000, "ramen")), terms(0, most, "ramen")) << "repeats count";
 }
 
-TEST(FullTextQuery, HostileInputYieldsNoSyntaxOfItsOwn) {
+TEST_F(Listings, HostileInputYieldsNoSyntaxOfItsOwnAndNeverRaises) {
+    store.insert(screen("a", 1, "Safari", "Ramen"));
     EXPECT_EQ(LibraryStore::ftsQuery("\"tokyo\" OR ramen* AND NOT sushi"),
               "\"tokyo\"* \"ramen\"* \"not\"* \"sushi\"*");
     EXPECT_EQ(LibraryStore::ftsQuery("NEAR(tokyo ramen, 2)"), "\"near\"* \"tokyo\"* \"ramen\"* \"2\"*");
@@ -193,10 +194,11 @@ TEST(FullTextQuery, HostileInputYieldsNoSyntaxOfItsOwn) {
         }
         const std::string query = LibraryStore::ftsQuery(text);
         EXPECT_TRUE(query.empty() || wellFormed(query)) << text << " -> " << query;
+        EXPECT_NO_THROW((void)store.textSearch(text, 10)) << text;
     }
 }
 
-TEST_F(Listings, TextSearchRanksWithBm25AndNeverRaisesOnUserWords) {
+TEST_F(Listings, TextSearchRanksWithBm25) {
     Capture titled = screen("titled", 1, "Safari", "Ramen guide");
     store.insert(titled);
     store.setDescribed(
@@ -228,30 +230,6 @@ TEST_F(Listings, TextSearchRanksWithBm25AndNeverRaisesOnUserWords) {
         huge += " ramen";
     }
     EXPECT_EQ(store.textSearch(huge, 10).size(), 1u) << "a 10 MB query is searched by its first words";
-
-    for (const char* hostile : {"\"",
-                                "ramen\"",
-                                "NEAR(",
-                                "ramen AND",
-                                "*",
-                                "title:",
-                                "ocr:ramen",
-                                "\"ramen",
-                                "ramen)",
-                                "(",
-                                "^ramen",
-                                "-ramen",
-                                "+",
-                                "\U0001F35C",
-                                "\u0301",
-                                "{title}: x",
-                                "rank",
-                                "captures_fts",
-                                "\u6771\u4EAC",
-                                "OR OR OR",
-                                "NOT"}) {
-        EXPECT_NO_THROW((void)store.textSearch(hostile, 10)) << hostile;
-    }
 
     store.deleteCapture("titled");
     EXPECT_EQ(store.textSearch("ramen", 10).size(), 1u);

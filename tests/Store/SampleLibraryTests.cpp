@@ -33,8 +33,6 @@ TEST_F(SampleLibraries, AreTheSameForTheSameSeedAndWriteThroughTheStore) {
         ASSERT_EQ(sample.look.size(), 768u);
         EXPECT_NEAR(VectorMath::dot(sample.look, sample.look), 1.0f, 1e-4f);
         EXPECT_NEAR(VectorMath::dot(sample.meaning, sample.meaning), 1.0f, 1e-4f);
-        EXPECT_FALSE(sample.ocrText.empty());
-        EXPECT_FALSE(sample.description.title.empty());
     }
     EXPECT_EQ(ids.size(), library.size());
 
@@ -54,11 +52,6 @@ TEST_F(SampleLibraries, AreTheSameForTheSameSeedAndWriteThroughTheStore) {
 
     library.write(store);
     EXPECT_EQ(store.count(), 60);
-    std::int64_t filed = 0;
-    for (const auto& collection : store.collections()) {
-        filed += collection.count;
-    }
-    EXPECT_EQ(filed + static_cast<std::int64_t>(store.captures(LibraryFilter::unsorted(), 100).size()), 60);
     EXPECT_TRUE(store.pending(1e12, 100).empty()) << "every capture is processed to the end";
     EXPECT_EQ(store.vectorRows(options.embeddingModel, VectorSpace::meaning).size(), 60u);
     const Capture stored = *store.capture(library.captureID(5));

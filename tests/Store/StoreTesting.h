@@ -48,22 +48,12 @@ protected:
         return capture;
     }
 
-    // The full-text row of a capture, absent when there is none; fails the test when there are several.
-    std::optional<Database::Row> ftsRow(const std::string& id) {
+    // A column of the capture's full-text row, "<no row>" when there is none; fails the test when there are
+    // several.
+    std::string ftsColumn(const std::string& id, const std::string& column) {
         auto rows = raw.query("SELECT * FROM captures_fts WHERE id = ?", {id});
         EXPECT_LE(rows.size(), 1u) << "full-text rows of " << id;
-        if (rows.empty()) {
-            return std::nullopt;
-        }
-        return rows.front();
-    }
-
-    std::string ftsColumn(const std::string& id, const std::string& column) {
-        auto row = ftsRow(id);
-        if (!row) {
-            return "<no row>";
-        }
-        return row->at(column).asText().value_or("<not text>");
+        return rows.empty() ? "<no row>" : rows.front().at(column).asText().value_or("<not text>");
     }
 
     std::int64_t rowsNaming(const std::string& table, const std::string& column, const std::string& id) {

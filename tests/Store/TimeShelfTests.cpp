@@ -66,8 +66,6 @@ TEST(TimeShelf, DaysBeginInTheCalendarsOwnTimeZone) {
 TEST(TimeShelf, CalendarsRejectUnknownZonesAndUnplaceableInstants) {
     EXPECT_THROW(Calendar("Mars/Olympus_Mons", Weekday::monday), std::invalid_argument);
     const Calendar utc("UTC", Weekday::monday);
-    EXPECT_EQ(utc.timeZone(), "UTC");
-    EXPECT_EQ(utc.firstWeekday(), Weekday::monday);
     EXPECT_EQ(utc.startOfDay(std::numeric_limits<double>::quiet_NaN()), std::nullopt);
     EXPECT_EQ(TimeShelf(TimeShelf::thisWeek).start(std::numeric_limits<double>::infinity(), utc),
               std::numeric_limits<double>::infinity())

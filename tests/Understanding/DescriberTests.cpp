@@ -163,56 +163,55 @@ TEST(DescriberParse, CleanSquashesWhiteSpaceAndTrimsQuotes) {
 }
 
 TEST(DescriberParse, SiteNameIsRemovedFromTheEndOfTheTitle) {
-    EXPECT_EQ(Describer::withoutSiteName("Espresso - Example", newsSite), "Espresso");
-    EXPECT_EQ(Describer::withoutSiteName("Espresso \u2014 Example article", newsSite), "Espresso");
-    EXPECT_EQ(Describer::withoutSiteName("Espresso | EXAMPLE  ", newsSite), "Espresso");
-    EXPECT_EQ(Describer::withoutSiteName("Espresso \u00B7 Example entry", newsSite), "Espresso");
-    EXPECT_EQ(Describer::withoutSiteName("Espresso page Example", newsSite), "Espresso")
-        << "a trailing 'page' is dropped from what remains";
-    EXPECT_EQ(Describer::withoutSiteName("Counterexample", newsSite), "Counter")
-        << "the site name may end a longer word";
-
-    EXPECT_EQ(Describer::withoutSiteName("Example", newsSite), "Example") << "a title that is only the site";
-    EXPECT_EQ(Describer::withoutSiteName("Recipes from Example", newsSite), "Recipes from Example");
-    EXPECT_EQ(Describer::withoutSiteName("Coffee with Example", newsSite), "Coffee with Example");
-    EXPECT_EQ(Describer::withoutSiteName("Example of espresso", newsSite), "Example of espresso");
-    EXPECT_EQ(Describer::withoutSiteName("Espresso - Example", std::nullopt), "Espresso - Example");
-    EXPECT_EQ(Describer::withoutSiteName("Espresso - Localhost", std::string("http://localhost/x")),
-              "Espresso - Localhost")
-        << "a host of one label names no site";
-    EXPECT_EQ(Describer::withoutSiteName("Espresso - Example", std::string("not a url")),
-              "Espresso - Example");
-
-    // The site name is matched literally, whatever characters it holds.
-    const std::optional<std::string> dotted = "https://www.c++.org/";
-    EXPECT_EQ(Describer::withoutSiteName("Templates - c++", dotted), "Templates");
-    EXPECT_EQ(Describer::withoutSiteName("Templates - cc", dotted), "Templates - cc");
+    const std::optional<std::string> none, localhost = "http://localhost/x", junk = "not a url",
+                                           dotted = "https://www.c++.org/";
+    const std::vector<std::tuple<std::string, std::optional<std::string>, std::string>> cases{
+        {"Espresso - Example", newsSite, "Espresso"},
+        {"Espresso \u2014 Example article", newsSite, "Espresso"},
+        {"Espresso | EXAMPLE  ", newsSite, "Espresso"},
+        {"Espresso \u00B7 Example entry", newsSite, "Espresso"},
+        {"Espresso page Example", newsSite, "Espresso"}, // a trailing 'page' is dropped from what remains
+        {"Counterexample", newsSite, "Counter"},         // the site name may end a longer word
+        {"Example", newsSite, "Example"},                // a title that is only the site
+        {"Recipes from Example", newsSite, "Recipes from Example"},
+        {"Coffee with Example", newsSite, "Coffee with Example"},
+        {"Example of espresso", newsSite, "Example of espresso"},
+        {"Espresso - Example", none, "Espresso - Example"},
+        {"Espresso - Localhost", localhost, "Espresso - Localhost"}, // one label names no site
+        {"Espresso - Example", junk, "Espresso - Example"},
+        {"Templates - c++", dotted, "Templates"}, // matched literally, whatever characters it holds
+        {"Templates - cc", dotted, "Templates - cc"},
+    };
+    for (const auto& [title, url, expected] : cases) {
+        EXPECT_EQ(Describer::withoutSiteName(title, url), expected) << title << " at " << url.value_or("-");
+    }
     // The title goes through this rule inside parse as well.
     EXPECT_EQ(parsed("{\"title\": \"Espresso - Example\"}", "", newsSite).title, "Espresso");
 }
 
 TEST(DescriberParse, PreambleIsRemovedFromTheSummary) {
-    EXPECT_EQ(Describer::withoutPreamble("A screenshot of the espresso recipe page."),
-              "Espresso recipe page.");
-    EXPECT_EQ(Describer::withoutPreamble("this webpage shows a list of grinders"), "List of grinders");
-    EXPECT_EQ(Describer::withoutPreamble("Screen shot from an \u00E9clair shop"), "\u00C9clair shop");
-    EXPECT_EQ(Describer::withoutPreamble("Image displays the bean chart"), "Bean chart");
-    EXPECT_EQ(Describer::withoutPreamble("A screenshot of the "), "A screenshot of the ")
-        << "nothing follows, so it stays";
-    EXPECT_EQ(Describer::withoutPreamble("A screenshot"), "A screenshot");
-    EXPECT_EQ(Describer::withoutPreamble("A screenshot of the"), "The")
-        << "the optional words give way so that the blank before 'the' ends the opening";
-    EXPECT_EQ(Describer::withoutPreamble("Pages of notes"), "Pages of notes") << "needs white space after";
-    EXPECT_EQ(Describer::withoutPreamble("The espresso shot"), "The espresso shot");
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"A screenshot of the espresso recipe page.", "Espresso recipe page."},
+        {"this webpage shows a list of grinders", "List of grinders"},
+        {"Screen shot from an \u00E9clair shop", "\u00C9clair shop"},
+        {"Image displays the bean chart", "Bean chart"},
+        {"A screenshot of the ", "A screenshot of the "}, // nothing follows, so it stays
+        {"A screenshot", "A screenshot"},
+        {"A screenshot of the", "The"},       // the optional words give way to the blank before 'the'
+        {"Pages of notes", "Pages of notes"}, // needs white space after
+        {"The espresso shot", "The espresso shot"},
+    };
+    for (const auto& [summary, expected] : cases) {
+        EXPECT_EQ(Describer::withoutPreamble(summary), expected) << summary;
+    }
     EXPECT_EQ(parsed("{\"summary\": \" A screenshot of the  grinder \"}").summary, "Grinder");
     EXPECT_EQ(parsed("{}").summary, "");
 }
 
 TEST(DescriberParse, KindFallsBackToOther) {
-    EXPECT_EQ(parsed("{\"kind\": \"recipe\"}").kind, CaptureKind::recipe);
-    EXPECT_EQ(parsed("{\"kind\": \"spaceship\"}").kind, CaptureKind::other);
-    EXPECT_EQ(parsed("{\"kind\": 3}").kind, CaptureKind::other);
-    EXPECT_EQ(parsed("{}").kind, CaptureKind::other);
+    for (const char* reply : {R"({"kind": "spaceship"})", R"({"kind": 3})", "{}"}) {
+        EXPECT_EQ(parsed(reply).kind, CaptureKind::other) << reply;
+    }
 }
 
 TEST(DescriberParse, TagsAreNormalisedAndCapped) {
@@ -279,15 +278,13 @@ TEST(DescriberParse, LinksMustOccurInTheReadTextAfterThePageAddress) {
 }
 
 TEST(DescriberParse, WebLinksNeedHttpAndADottedHost) {
-    EXPECT_TRUE(Describer::isWebLink("https://example.com"));
-    EXPECT_TRUE(Describer::isWebLink("HTTP://Example.com/a?b=c#d"));
-    EXPECT_TRUE(Describer::isWebLink("http://127.0.0.1:8080/"));
-    EXPECT_FALSE(Describer::isWebLink("https://localhost"));
-    EXPECT_FALSE(Describer::isWebLink("example.com"));
-    EXPECT_FALSE(Describer::isWebLink("ftp://example.com"));
-    EXPECT_FALSE(Describer::isWebLink("mailto:someone@example.com"));
-    EXPECT_FALSE(Describer::isWebLink("https://exa mple.com"));
-    EXPECT_FALSE(Describer::isWebLink(""));
+    for (const char* link : {"https://example.com", "HTTP://Example.com/a?b=c#d", "http://127.0.0.1:8080/"}) {
+        EXPECT_TRUE(Describer::isWebLink(link)) << link;
+    }
+    for (const char* link : {"https://localhost", "example.com", "ftp://example.com",
+                             "mailto:someone@example.com", "https://exa mple.com", ""}) {
+        EXPECT_FALSE(Describer::isWebLink(link)) << link;
+    }
 }
 
 TEST(Describer, ContextCopiesTheCapture) {

@@ -39,14 +39,6 @@ json lastBody(const FakeModelService& service, std::string_view path) {
     return json::parse(requests.back().body);
 }
 
-std::vector<std::string> keysOf(const json& object) {
-    std::vector<std::string> keys;
-    for (const auto& [key, value] : object.items()) {
-        keys.push_back(key);
-    }
-    return keys;
-}
-
 OllamaClient::GenerateRequest plainGenerate() {
     return {.model = "qwen3.5:4b", .prompt = "Say hi", .maxTokens = 80, .timeout = 10s};
 }
@@ -70,7 +62,7 @@ TEST(OllamaClientFailure, TextFormsAndEquality) {
 TEST(OllamaClient, AsksForTheVersionAndTheInstalledModels) {
     FakeModelService service;
     service.setVersion("0.41.2");
-    const OllamaClient client(service.host());
+    const OllamaClient client(service.host() + "/"); // a trailing slash on the address is no part of a path
     EXPECT_EQ(client.version(), "0.41.2");
 
     const auto versionRequest = service.requests("/api/version").at(0);
@@ -84,12 +76,11 @@ TEST(OllamaClient, AsksForTheVersionAndTheInstalledModels) {
     EXPECT_EQ(client.models(), (std::vector<std::string>{"a:latest", "c:2b"}));
     EXPECT_EQ(service.requests("/api/tags").at(0).method, "GET");
 
-    service.failWith("/api/tags", FakeModelService::Reply::json(200, "{}"));
-    EXPECT_TRUE(client.models().empty());
-    service.failWith("/api/tags", FakeModelService::Reply::json(200, R"({"models":"none"})"));
-    EXPECT_TRUE(client.models().empty());
-    service.failWith("/api/tags", FakeModelService::Reply::json(200, R"({"models":[{"name":"a"},7]})"));
-    EXPECT_TRUE(client.models().empty()) << "a list holding anything but objects is not a list of models";
+    // A list holding anything but objects is not a list of models.
+    for (const char* reply : {"{}", R"({"models":"none"})", R"({"models":[{"name":"a"},7]})"}) {
+        service.failWith("/api/tags", FakeModelService::Reply::json(200, reply));
+        EXPECT_TRUE(client.models().empty()) << reply;
+    }
 
     service.failWith("/api/version", FakeModelService::Reply::json(200, R"({"version":41})"));
     EXPECT_EQ(failureOf([&] { (void)client.version(); }), OllamaClient::Failure::badReply("no version"));
@@ -129,12 +120,12 @@ TEST(OllamaClient, SuccessWithoutAnObjectIsABadReply) {
     const OllamaClient client(service.host());
     const auto notAnObject = OllamaClient::Failure::badReply("not a JSON object");
 
-    service.failWith("/api/version", FakeModelService::Reply::json(200, R"(["0.41.0"])"));
-    EXPECT_EQ(failureOf([&] { (void)client.version(); }), notAnObject);
-    service.failWith("/api/version", FakeModelService::Reply::text(200, "0.41.0 at your service"));
-    EXPECT_EQ(failureOf([&] { (void)client.version(); }), notAnObject);
-    service.failWith("/api/version", FakeModelService::Reply::empty(204));
-    EXPECT_EQ(failureOf([&] { (void)client.version(); }), notAnObject);
+    for (const auto& reply : {FakeModelService::Reply::json(200, R"(["0.41.0"])"),
+                              FakeModelService::Reply::text(200, "0.41.0 at your service"),
+                              FakeModelService::Reply::empty(204)}) {
+        service.failWith("/api/version", reply);
+        EXPECT_EQ(failureOf([&] { (void)client.version(); }), notAnObject) << reply.body;
+    }
     service.failWith("/api/generate", FakeModelService::Reply::json(200, "\"just a string\""));
     EXPECT_EQ(failureOf([&] { (void)client.generate(plainGenerate()); }), notAnObject);
 }
@@ -155,7 +146,6 @@ TEST(OllamaClient, AnAbsentOrSilentServiceIsUnreachable) {
     EXPECT_EQ(failure.kind(), Kind::unreachable);
     EXPECT_TRUE(failure.description().starts_with("Ollama is not reachable (")) << failure.description();
     EXPECT_TRUE(failure.description().ends_with(")"));
-    EXPECT_GT(failure.message().size(), 0u);
 
     client.setHost("gopher://127.0.0.1:70");
     EXPECT_EQ(failureOf([&] { (void)client.models(); }).kind(), Kind::unreachable);
@@ -163,13 +153,14 @@ TEST(OllamaClient, AnAbsentOrSilentServiceIsUnreachable) {
 
 TEST(OllamaClient, FindsModelsWithAndWithoutATag) {
     const std::vector<std::string> installed{"qwen3.5:latest", "embeddinggemma-2:440m", "plain"};
-    EXPECT_TRUE(OllamaClient::has("qwen3.5", installed)) << "found under its :latest form";
-    EXPECT_TRUE(OllamaClient::has("plain", installed)) << "found as given";
-    EXPECT_TRUE(OllamaClient::has("embeddinggemma-2:440m", installed));
-    EXPECT_FALSE(OllamaClient::has("embeddinggemma-2", installed))
-        << "another tag of the model is not enough";
-    EXPECT_FALSE(OllamaClient::has("plain:latest", installed)) << "a tagged name is found only as given";
-    EXPECT_FALSE(OllamaClient::has("Qwen3.5", installed)) << "comparison is exact";
+    // Found as given, or under its :latest form.
+    for (const char* name : {"qwen3.5", "plain", "embeddinggemma-2:440m"}) {
+        EXPECT_TRUE(OllamaClient::has(name, installed)) << name;
+    }
+    // Another tag of the model is not enough; a tagged name is found only as given; comparison is exact.
+    for (const char* name : {"embeddinggemma-2", "plain:latest", "Qwen3.5"}) {
+        EXPECT_FALSE(OllamaClient::has(name, installed)) << name;
+    }
     EXPECT_FALSE(OllamaClient::has("qwen3.5", {}));
 }
 
@@ -184,14 +175,8 @@ TEST(OllamaClient, GenerateSendsTheDocumentedBody) {
     EXPECT_EQ(sent.contentType, "application/json");
     EXPECT_EQ(sent.body.find('\n'), std::string::npos) << "compact JSON";
     const json body = json::parse(sent.body);
-    EXPECT_EQ(keysOf(body),
-              (std::vector<std::string>{"keep_alive", "model", "options", "prompt", "stream", "think"}));
-    EXPECT_EQ(body["model"], "qwen3.5:4b");
-    EXPECT_EQ(body["prompt"], "Say hi");
-    EXPECT_EQ(body["stream"], false);
-    EXPECT_EQ(body["think"], false);
-    EXPECT_EQ(body["keep_alive"], "10m");
-    EXPECT_EQ(body["options"], json::parse(R"({"temperature":0.2,"num_predict":80,"num_ctx":8192})"));
+    EXPECT_EQ(body, json::parse(R"({"model":"qwen3.5:4b","prompt":"Say hi","stream":false,"think":false,
+        "keep_alive":"10m","options":{"temperature":0.2,"num_predict":80,"num_ctx":8192}})"));
     EXPECT_TRUE(body["options"]["num_predict"].is_number_integer());
 
     const auto png = bytes("hello");
@@ -203,14 +188,11 @@ TEST(OllamaClient, GenerateSendsTheDocumentedBody) {
     full.json = true;
     full.maxTokens = 700;
     (void)client.generate(full);
-    const json fullBody = lastBody(service, "/api/generate");
-    EXPECT_EQ(keysOf(fullBody), (std::vector<std::string>{"format", "images", "keep_alive", "model",
-                                                          "options", "prompt", "stream", "system", "think"}));
-    EXPECT_EQ(fullBody["system"], "You file screenshots.");
-    EXPECT_EQ(fullBody["format"], "json");
-    EXPECT_EQ(fullBody["images"], json::parse(R"(["aGVsbG8=", "+//+", "YWI="])"))
-        << "standard base64, in order";
-    EXPECT_EQ(fullBody["options"]["num_predict"], 700);
+    // Images in standard base64, in order.
+    EXPECT_EQ(lastBody(service, "/api/generate"),
+              json::parse(R"({"model":"qwen3.5:4b","prompt":"Say hi","stream":false,"think":false,
+        "keep_alive":"10m","options":{"temperature":0.2,"num_predict":700,"num_ctx":8192},
+        "system":"You file screenshots.","format":"json","images":["aGVsbG8=", "+//+", "YWI="]})"));
 
     // An empty system text is still a system text.
     auto emptySystem = plainGenerate();
@@ -233,12 +215,8 @@ TEST(OllamaClient, EmbedSendsEachInputInItsShapeAndScalesTheVectors) {
 
     const auto sent = service.requests("/api/embed").at(0);
     EXPECT_EQ(sent.contentType, "application/json");
-    const json body = json::parse(sent.body);
-    EXPECT_EQ(keysOf(body), (std::vector<std::string>{"input", "keep_alive", "model"}));
-    EXPECT_EQ(body["model"], "embeddinggemma-2:440m");
-    EXPECT_EQ(body["keep_alive"], "10m");
-    EXPECT_EQ(body["input"],
-              json::parse(R"(["espresso", {"image":"cG5nIQ=="}, {"text":"latte","image":"cG5nIQ=="}, {}])"));
+    EXPECT_EQ(json::parse(sent.body), json::parse(R"({"model":"embeddinggemma-2:440m","keep_alive":"10m",
+        "input":["espresso", {"image":"cG5nIQ=="}, {"text":"latte","image":"cG5nIQ=="}, {}]})"));
 
     ASSERT_EQ(vectors.size(), 4u);
     for (const auto& vector : vectors) {
@@ -365,11 +343,4 @@ TEST(OllamaClient, PullStopsAtAnErrorLineOrStatus) {
 
     service.refuseConnections();
     EXPECT_THROW(client.pull("qwen3.5:4b", record), OllamaClient::TransportError);
-}
-
-TEST(OllamaClient, AcceptsATrailingSlashOnTheAddress) {
-    FakeModelService service;
-    const OllamaClient client(service.host() + "/");
-    EXPECT_EQ(client.version(), "0.41.0");
-    EXPECT_EQ(service.requests().back().path, "/api/version");
 }

@@ -63,13 +63,12 @@ TEST_F(MCPServerTest, RequestsWithoutAStringMethodAreInvalidAndNotificationsAreN
     EXPECT_EQ(reply("{\"id\":1}"), errorReply(1, -32600, "Invalid request"));
     EXPECT_EQ(reply("{\"id\":1,\"method\":5}"), errorReply(1, -32600, "Invalid request"));
     EXPECT_EQ(reply("{\"id\":null,\"method\":null}"), errorReply(nullptr, -32600, "Invalid request"));
-    EXPECT_EQ(server.handle("{\"method\":5}"), std::nullopt);
-    EXPECT_EQ(server.handle("{}"), std::nullopt);
-    EXPECT_EQ(server.handle("{\"jsonrpc\":\"2.0\",\"method\":\"notifications/initialized\"}"), std::nullopt);
-    EXPECT_EQ(server.handle("{\"method\":\"initialize\",\"params\":{}}"), std::nullopt);
-    EXPECT_EQ(server.handle("{\"method\":\"no/such\"}"), std::nullopt);
-    EXPECT_EQ(server.handle("{\"method\":\"notifications/cancelled\",\"params\":{\"requestId\":1}}"),
-              std::nullopt);
+    for (const char* notification :
+         {R"({"method":5})", "{}", R"({"jsonrpc":"2.0","method":"notifications/initialized"})",
+          R"({"method":"initialize","params":{}})", R"({"method":"no/such"})",
+          R"({"method":"notifications/cancelled","params":{"requestId":1}})"}) {
+        EXPECT_EQ(server.handle(notification), std::nullopt) << notification;
+    }
 }
 
 TEST_F(MCPServerTest, UnknownMethodsNameThemselvesAndMethodsAreCaseSensitive) {

@@ -3,6 +3,7 @@
 #include "support/TemporaryDirectory.h"
 
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 
 using namespace keepery;
@@ -59,39 +60,38 @@ TEST_F(Startup, EachRequestLineGetsOneReplyLineInOrder) {
     EXPECT_EQ(result.err, "");
 }
 
+// A file where the library directory should be, a database file that is not one, and a table the first
+// migration creates already there (so that the migration's multi-line statement fails): each ends the
+// program with one line on standard error that names the failing statement.
 TEST_F(Startup, ALibraryThatCannotBeOpenedEndsWithOneLineOnStandardError) {
-    std::filesystem::create_directories(home / ".local/share");
-    std::ofstream(library()) << "a file where the library directory should be";
-    const auto result = run(std::string(ping) + "\n");
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.out, "");
-    const std::string prefix = "keepery-mcp: cannot open the library at " + library().string() + ": ";
-    EXPECT_TRUE(result.err.starts_with(prefix)) << result.err;
-    EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << result.err;
-}
-
-TEST_F(Startup, ADatabaseFileThatIsNotADatabaseNamesTheFailingStatement) {
-    std::filesystem::create_directories(library());
-    std::ofstream(library() / "library.sqlite") << std::string(4096, 'x');
-    const auto result = run(std::string(ping) + "\n");
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "keepery-mcp: cannot open the library at " + library().string() +
-                              ": SQLite: file is not a database \u2014 PRAGMA journal_mode = WAL\n");
-}
-
-TEST_F(Startup, AFailedMigrationIsReportedOnOneLine) {
-    // A table the first migration creates is already there, so the migration's multi-line statement fails.
-    std::filesystem::create_directories(library());
-    Database((library() / "library.sqlite").string()).run("CREATE TABLE captures (x)");
-    const auto result = run(std::string(ping) + "\n");
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.out, "");
-    const std::string prefix =
-        "keepery-mcp: cannot open the library at " + library().string() +
-        ": SQLite: table captures already exists \u2014  CREATE TABLE captures (     id TEXT ";
-    EXPECT_TRUE(result.err.starts_with(prefix)) << result.err;
-    EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << result.err;
+    const std::vector<std::pair<std::function<void()>, std::string>> cases{
+        {[&] {
+             std::filesystem::create_directories(home / ".local/share");
+             std::ofstream(library()) << "a file where the library directory should be";
+         },
+         ""},
+        {[&] {
+             std::filesystem::create_directories(library());
+             std::ofstream(library() / "library.sqlite") << std::string(4096, 'x');
+         },
+         "SQLite: file is not a database \u2014 PRAGMA journal_mode = WAL\n"},
+        {[&] {
+             std::filesystem::create_directories(library());
+             Database((library() / "library.sqlite").string()).run("CREATE TABLE captures (x)");
+         },
+         "SQLite: table captures already exists \u2014  CREATE TABLE captures (     id TEXT "},
+    };
+    for (const auto& [prepare, reason] : cases) {
+        std::filesystem::remove_all(home / ".local");
+        prepare();
+        const auto result = run(std::string(ping) + "\n");
+        EXPECT_EQ(result.exitStatus, 1) << reason;
+        EXPECT_EQ(result.out, "");
+        EXPECT_TRUE(result.err.starts_with("keepery-mcp: cannot open the library at " + library().string() +
+                                           ": " + reason))
+            << result.err;
+        EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << result.err;
+    }
 }
 
 TEST_F(Startup, HostileLinesAreAnsweredAndTheLoopGoesOn) {

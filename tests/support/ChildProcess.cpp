@@ -1,8 +1,11 @@
 #include "support/ChildProcess.h"
 
+#include "support/TemporaryDirectory.h"
+
 #include <cerrno>
 #include <fcntl.h>
-#include <poll.h>
+#include <fstream>
+#include <iterator>
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -38,77 +41,40 @@ pid_t spawn(const std::string& program, const std::vector<std::string>& argument
     return spawned == 0 ? pid : -1;
 }
 
+// Waits for `pid`: its exit code, or -1 when it did not exit normally.
+int exitStatusOf(pid_t pid) {
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 } // namespace
 
 ChildResult runChild(const std::string& program, const std::vector<std::string>& arguments,
                      const std::map<std::string, std::string>& environment, const std::string& input) {
-    int in[2], out[2], err[2];
-    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
-        throw std::runtime_error("pipe failed");
-    }
+    // Files rather than pipes: the child reads and writes at its own pace and nothing can deadlock.
+    const TemporaryDirectory files;
+    const std::string in = (files / "in").string(), out = (files / "out").string(),
+                      err = (files / "err").string();
+    std::ofstream(in, std::ios::binary) << input;
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, in.c_str(), O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0600);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0600);
     const pid_t pid = spawn(program, arguments, environment, actions);
-    close(in[0]);
-    close(out[1]);
-    close(err[1]);
     if (pid < 0) {
-        close(in[1]);
-        close(out[0]);
-        close(err[0]);
         throw std::runtime_error("cannot start " + program);
     }
-
-    ChildResult result;
-    std::size_t written = 0;
-    int inFd = in[1];
-    if (input.empty()) {
-        close(inFd);
-        inFd = -1;
-    }
-    bool outOpen = true, errOpen = true;
-    while (outOpen || errOpen) {
-        pollfd fds[3] = {
-            {outOpen ? out[0] : -1, POLLIN, 0}, {errOpen ? err[0] : -1, POLLIN, 0}, {inFd, POLLOUT, 0}};
-        if (poll(fds, 3, -1) < 0 && errno != EINTR) {
-            break;
-        }
-        char buffer[65536];
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].revents & (POLLIN | POLLHUP | POLLERR)) {
-                const ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
-                if (n > 0) {
-                    (i == 0 ? result.out : result.err).append(buffer, static_cast<std::size_t>(n));
-                } else {
-                    (i == 0 ? outOpen : errOpen) = false;
-                }
-            }
-        }
-        if (inFd >= 0 && (fds[2].revents & (POLLOUT | POLLERR | POLLHUP))) {
-            const ssize_t n = write(inFd, input.data() + written, input.size() - written);
-            if (n > 0) {
-                written += static_cast<std::size_t>(n);
-            }
-            if (n < 0 || written == input.size()) {
-                close(inFd);
-                inFd = -1;
-            }
-        }
-    }
-    if (inFd >= 0) {
-        close(inFd);
-    }
-    close(out[0]);
-    close(err[0]);
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
+    const int status = exitStatusOf(pid);
+    const auto contents = [](const std::string& path) {
+        std::ifstream file(path, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    return {status, contents(out), contents(err)};
 }
 
 LineChild::LineChild(const std::string& program, const std::map<std::string, std::string>& environment) {
@@ -174,11 +140,7 @@ int LineChild::finish() {
     close(input_);
     close(output_);
     input_ = output_ = -1;
-    int status = 0;
-    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-    }
-    pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return exitStatusOf(std::exchange(pid_, -1));
 }
 
 } // namespace keepery::testing

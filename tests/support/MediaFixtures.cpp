@@ -23,7 +23,7 @@ Image quadrants(int width, int height) {
     image.pixels.reserve(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3);
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
-            const Rgb colour =
+            const Colour colour =
                 y < height / 2 ? (x < width / 2 ? red : green) : (x < width / 2 ? blue : white);
             image.pixels.insert(image.pixels.end(), {static_cast<std::uint8_t>(colour.red),
                                                      static_cast<std::uint8_t>(colour.green),
@@ -33,7 +33,7 @@ Image quadrants(int width, int height) {
     return image;
 }
 
-bool near(const Image& image, int x, int y, Rgb colour, int tolerance) {
+bool near(const Image& image, int x, int y, Colour colour, int tolerance) {
     if (x < 0 || y < 0 || x >= image.width || y >= image.height || image.bands < 3) {
         return false;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Media/Image.h"
+#include "support/Screen.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -14,21 +15,16 @@ namespace keepery::testing {
 
 // Colours of the four quadrants of `quadrants`: top left red, top right green, bottom left blue, bottom
 // right white.
-struct Rgb {
-    int red = 0;
-    int green = 0;
-    int blue = 0;
-};
-inline constexpr Rgb red{255, 0, 0};
-inline constexpr Rgb green{0, 255, 0};
-inline constexpr Rgb blue{0, 0, 255};
-inline constexpr Rgb white{255, 255, 255};
+inline constexpr Colour red{255, 0, 0};
+inline constexpr Colour green{0, 255, 0};
+inline constexpr Colour blue{0, 0, 255};
+inline constexpr Colour white{255, 255, 255};
 
 // A `width` × `height` RGB image whose quadrants have the colours above.
 [[nodiscard]] Image quadrants(int width, int height);
 
 // Whether the pixel at (x, y) of `image` is within `tolerance` of `colour` in every channel.
-[[nodiscard]] bool near(const Image& image, int x, int y, Rgb colour, int tolerance = 40);
+[[nodiscard]] bool near(const Image& image, int x, int y, Colour colour, int tolerance = 40);
 
 struct PhotoOptions {
     int orientation = 0;                         // EXIF orientation tag; 0 writes none

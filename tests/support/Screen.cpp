@@ -37,7 +37,8 @@ std::string escaped(const std::string& text) {
 }
 
 std::vector<double> vector(const Colour& colour) {
-    return {colour[0], colour[1], colour[2]};
+    return {static_cast<double>(colour.red), static_cast<double>(colour.green),
+            static_cast<double>(colour.blue)};
 }
 
 // The text's coverage mask, one band, 0 to 255. Pango sizes fonts in points: at 72 dots per inch a point

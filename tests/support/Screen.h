@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -8,7 +7,12 @@
 
 namespace keepery::testing {
 
-using Colour = std::array<double, 3>;
+// An RGB colour, each channel 0 to 255: the colour of drawn screens and of the media tests' pictures.
+struct Colour {
+    int red = 0;
+    int green = 0;
+    int blue = 0;
+};
 
 // How a line of screen text is drawn: a font family, its size in pixels and its colours.
 struct TextStyle {
