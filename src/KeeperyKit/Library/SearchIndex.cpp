@@ -131,9 +131,13 @@ Organizer::Decision SearchIndex::decide(LibraryStore& store, const Organizer& or
     // The organizer joins only a collection whose centroid is at least `join` close; its centroid is the
     // one kept here, computed from the same vectors in the same order, unless the capture itself is a
     // member (then it is left out of its group).
+    std::optional<std::string> ownCollection;
+    if (const auto self = listing_.byID.find(std::string(id)); self != listing_.byID.end()) {
+        ownCollection = self->second.collectionID;
+    }
     std::vector<Organizer::Group> candidates;
     for (const auto& [collectionID, ids] : members_) {
-        const bool holdsItself = std::find(ids.begin(), ids.end(), id) != ids.end();
+        const bool holdsItself = ownCollection == collectionID;
         std::optional<std::vector<float>> own;
         if (holdsItself) {
             own = VectorMath::centroid(memberVectors(ids, id));
