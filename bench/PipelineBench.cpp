@@ -104,7 +104,8 @@ void run(std::size_t size) {
         const Capture capture = *store.capture(ids[i]);
         const std::vector<std::uint8_t> image = worker.modelImage(capture);
         modelMs += bench::milliseconds([&] {
-            OllamaClient::GenerateRequest request{.model = "qwen3.5:4b", .prompt = "Window: Build\n"};
+            OllamaClient::GenerateRequest request{
+                .model = "qwen3.5:4b", .prompt = "Window: Build\n", .timeout = std::chrono::seconds(180)};
             request.images.push_back(image);
             (void)client.generate(request);
             const std::array<OllamaClient::EmbedInput, 2> inputs{
@@ -145,9 +146,8 @@ void run(std::size_t size) {
 } // namespace
 
 int main(int argc, char** argv) {
-    for (const std::size_t size :
-         bench::sizesFromArguments(argc, argv, {1000, 10000, 100000}, "build/release/bench/PipelineBench",
-                                   "PipelineBench: the processing pipeline")) {
+    for (const std::size_t size : bench::sizesFromArguments(
+             argc, argv, {1000, 10000, 100000}, "PipelineBench", "PipelineBench: the processing pipeline")) {
         run(size);
     }
     return 0;

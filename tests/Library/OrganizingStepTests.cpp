@@ -14,6 +14,7 @@
 using namespace keepery;
 using namespace std::chrono_literals;
 using keepery::testing::FakeModelService;
+using keepery::testing::idsOf;
 
 namespace {
 
