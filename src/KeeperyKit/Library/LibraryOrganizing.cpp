@@ -57,10 +57,9 @@ void Library::organize(Lock& lock, const std::string& captureID) {
 }
 
 void Library::nameIfDue(Lock& lock, const std::string& collectionID) {
-    const std::vector<CaptureCollection> all = store_.collections();
-    const auto found = std::find_if(all.begin(), all.end(),
-                                    [&](const CaptureCollection& c) { return c.id == collectionID; });
-    if (found == all.end() || !Organizer::shouldRename(*found)) {
+    // The one collection, as the listing of every collection gives it.
+    const std::optional<CaptureCollection> found = store_.collection(collectionID);
+    if (!found || !Organizer::shouldRename(*found)) {
         return;
     }
     const std::vector<Capture> newest =

@@ -199,6 +199,8 @@ public:
 
     // Every collection with its current member count (0 included), most recently updated first.
     [[nodiscard]] std::vector<CaptureCollection> collections();
+    // The collection with this id as `collections` gives it, without counting the others; absent when none.
+    [[nodiscard]] std::optional<CaptureCollection> collection(const std::string& id);
 
     struct Membership {
         std::string captureID;
@@ -266,6 +268,8 @@ private:
     static constexpr std::string_view stageText(CaptureStage stage) { return stage.rawValue(); }
 
     void migrate();
+    std::vector<CaptureCollection> collectionsWhere(const std::string& condition,
+                                                    const std::vector<Database::Value>& values);
     // Runs `body` in one transaction that may refresh full-text rows; a failure forgets where they lie.
     void indexedTransaction(const std::function<void()>& body);
     void reindex(const std::string& id);

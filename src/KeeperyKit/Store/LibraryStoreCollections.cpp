@@ -46,10 +46,26 @@ void LibraryStore::dropEmptyCollections() {
 
 std::vector<CaptureCollection> LibraryStore::collections() {
     const std::lock_guard guard(mutex_);
+    return collectionsWhere("1", {});
+}
+
+std::optional<CaptureCollection> LibraryStore::collection(const std::string& id) {
+    const std::lock_guard guard(mutex_);
+    std::vector<CaptureCollection> found = collectionsWhere("c.id = ?", {id});
+    if (found.empty()) {
+        return std::nullopt;
+    }
+    return std::move(found.front());
+}
+
+std::vector<CaptureCollection> LibraryStore::collectionsWhere(const std::string& condition,
+                                                              const std::vector<Database::Value>& values) {
     std::vector<CaptureCollection> collections;
     for (const Database::Row& row :
          db_.query("SELECT c.*, (SELECT count(*) FROM captures WHERE collection_id = c.id) AS n\n"
-                   "FROM collections c ORDER BY c.updated_at DESC")) {
+                   "FROM collections c WHERE " +
+                       condition + " ORDER BY c.updated_at DESC",
+                   values)) {
         auto get = [&row](const char* name) -> const Database::Value* {
             auto it = row.find(name);
             return it == row.end() ? nullptr : &it->second;
