@@ -163,6 +163,7 @@ struct FakeModelService::State {
     std::map<std::string, std::vector<double>> embeddings;
     std::map<std::string, Reply, std::less<>> failures;
     std::map<std::string, double, std::less<>> stalls;
+    std::map<std::string, Reply, std::less<>> modelFailures;
     std::vector<Request> received;
 
     // Records the request, waits out a stall, and gives the fixed reply for its path when there is one.
@@ -332,6 +333,18 @@ FakeModelService::FakeModelService(int port) : state_(std::make_unique<State>())
             respond(response, Reply::error(400, "model is required"));
             return std::nullopt;
         }
+        std::optional<Reply> modelFailure;
+        {
+            std::lock_guard guard(state.lock);
+            if (auto found = state.modelFailures.find(body["model"].get<std::string>());
+                found != state.modelFailures.end()) {
+                modelFailure = found->second;
+            }
+        }
+        if (modelFailure) {
+            respond(response, *modelFailure);
+            return std::nullopt;
+        }
         return body;
     };
 
@@ -434,6 +447,15 @@ void FakeModelService::failWith(std::string path, Reply reply) {
     state_->failures[std::move(path)] = std::move(reply);
 }
 
+void FakeModelService::failModel(std::string model, Reply reply) {
+    std::lock_guard guard(state_->lock);
+    state_->modelFailures[std::move(model)] = std::move(reply);
+}
+
+void FakeModelService::removeModel(const std::string& model) {
+    failModel(model, Reply::error(404, "model \"" + model + "\" not found, try pulling it first"));
+}
+
 void FakeModelService::stall(std::string path, double seconds) {
     std::lock_guard guard(state_->lock);
     state_->stalls[std::move(path)] = seconds;
@@ -443,6 +465,7 @@ void FakeModelService::clearFailures() {
     std::lock_guard guard(state_->lock);
     state_->failures.clear();
     state_->stalls.clear();
+    state_->modelFailures.clear();
 }
 
 void FakeModelService::refuseConnections() {

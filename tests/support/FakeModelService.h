@@ -79,6 +79,11 @@ public:
 
     // Every request to `path` gets `reply` from now on, until clearFailures().
     void failWith(std::string path, Reply reply);
+    // Every generate or embed request for `model` gets `reply` from now on, until clearFailures().
+    void failModel(std::string model, Reply reply);
+    // `model` is not installed: generate and embed requests for it get the service's 404,
+    // {"error": "model \"<model>\" not found, try pulling it first"}, until clearFailures().
+    void removeModel(const std::string& model);
     // Every request to `path` waits `seconds` before it is answered (or until the service stops).
     void stall(std::string path, double seconds);
     void clearFailures();

@@ -1,5 +1,6 @@
 #include "Library/Library.h"
 
+#include "Library/LibraryInternals.h"
 #include "Library/SearchMerge.h"
 #include "Platform/Text.h"
 #include "Understanding/EmbeddingText.h"
@@ -24,7 +25,8 @@ void quietly(Work&& work) {
 
 Library::Library(Services services, Options options)
     : store_(services.store), client_(std::move(services.client)), mainQueue_(services.mainQueue),
-      embeddingModel_(std::move(options.embeddingModel)), visionModel_(std::move(options.visionModel)),
+      embeddingModel_(std::move(options.embeddingModel)), clock_(services.clock), files_(services.files),
+      locale_(std::move(options.locale)), visionModel_(std::move(options.visionModel)),
       organizer_(options.organizer), index_(embeddingModel_) {}
 
 void Library::setOnChange(std::function<void()> callback) {
@@ -69,26 +71,36 @@ void Library::announce(std::unique_lock<std::mutex>& lock) {
 
 void Library::setNote(const std::string& captureID, const std::optional<std::string>& note) {
     std::unique_lock lock(lock_);
-    quietly([&] { store_.setNote(captureID, note); });
+    quietly([&] {
+        write([&] { store_.setNote(captureID, note); }, [&](const auto& w) { index_.unchanged(w); });
+    });
     announce(lock);
 }
 
 void Library::setFavorite(const std::string& captureID, bool favorite) {
     std::unique_lock lock(lock_);
-    quietly([&] { store_.setFavorite(captureID, favorite); });
+    quietly([&] {
+        write([&] { store_.setFavorite(captureID, favorite); }, [&](const auto& w) { index_.unchanged(w); });
+    });
     announce(lock);
 }
 
 void Library::setTags(const std::string& captureID, const std::vector<std::string>& tags) {
     std::unique_lock lock(lock_);
-    quietly([&] { store_.setTags(captureID, tags); });
+    quietly([&] {
+        write([&] { store_.setTags(captureID, tags); }, [&](const auto& w) { index_.unchanged(w); });
+    });
     announce(lock);
 }
 
 void Library::move(const std::string& captureID, const std::optional<std::string>& collectionID) {
     std::unique_lock lock(lock_);
-    quietly([&] { store_.moveCapture(captureID, collectionID); });
-    quietly([&] { store_.dropEmptyCollections(); });
+    quietly([&] {
+        write([&] { store_.moveCapture(captureID, collectionID); },
+              [&](const auto& w) { index_.filed(w, captureID, collectionID, false); });
+    });
+    quietly(
+        [&] { write([&] { store_.dropEmptyCollections(); }, [&](const auto& w) { index_.unchanged(w); }); });
     announce(lock);
 }
 
@@ -104,15 +116,21 @@ void Library::renameCollection(const std::string& collectionID, const std::strin
             members = found->count;
         }
     });
-    quietly(
-        [&] { store_.renameCollection(collectionID, name, emoji, members, LibraryStore::NamedBy::user); });
+    quietly([&] {
+        write(
+            [&] { store_.renameCollection(collectionID, name, emoji, members, LibraryStore::NamedBy::user); },
+            [&](const auto& w) { index_.unchanged(w); });
+    });
     announce(lock);
 }
 
 void Library::deleteCapture(const std::string& captureID) {
     std::unique_lock lock(lock_);
-    quietly([&] { store_.deleteCapture(captureID); });
-    quietly([&] { store_.dropEmptyCollections(); });
+    quietly([&] {
+        write([&] { store_.deleteCapture(captureID); }, [&](const auto& w) { index_.deleted(w, captureID); });
+    });
+    quietly(
+        [&] { write([&] { store_.dropEmptyCollections(); }, [&](const auto& w) { index_.unchanged(w); }); });
     announce(lock);
 }
 

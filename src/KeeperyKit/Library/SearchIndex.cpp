@@ -2,22 +2,33 @@
 
 #include "Understanding/VectorMath.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace keepery {
 
 SearchIndex::Vectors& SearchIndex::vectors(LibraryStore& store, VectorSpace space) {
-    Vectors& cached = spaces_[static_cast<std::size_t>(static_cast<VectorSpace::Case>(space))];
+    Vectors& cached = kept(space);
     const LibraryStore::Generation now = store.generation();
     if (cached.generation == now) {
         return cached;
     }
+    if (space == VectorSpace::meaning) {
+        centroids_.clear();
+    }
     cached.generation.reset();
     cached.rows = {};
+    cached.rowOf.clear();
     cached.rows = store.vectorRows(model_, space);
     cached.dimension = cached.rows.size() == 0 ? 0 : cached.rows.row(0).size();
     for (std::size_t i = 1; i < cached.rows.size() && cached.dimension != 0; ++i) {
         if (cached.rows.row(i).size() != cached.dimension) {
             cached.dimension = 0;
         }
+    }
+    cached.rowOf.reserve(cached.rows.size());
+    for (std::size_t i = 0; i < cached.rows.size(); ++i) {
+        cached.rowOf.emplace(cached.rows.ids[i], i);
     }
     cached.generation = now;
     return cached;
@@ -50,18 +61,25 @@ std::vector<SearchMerge::ScoredID> SearchIndex::scores(LibraryStore& store, Vect
 
 const SearchMerge::CollectionMembers& SearchIndex::members(LibraryStore& store, std::int64_t limit) {
     const LibraryStore::Generation now = store.generation();
-    if (membersGeneration_ == now && membersLimit_ == limit) {
+    if (listing_.generation == now && listing_.limit == limit) {
         return members_;
     }
-    membersGeneration_.reset();
-    members_.clear();
-    for (LibraryStore::Membership& membership : store.memberships(limit)) {
+    forgetListing();
+    std::vector<LibraryStore::Membership> read = store.memberships(limit);
+    listing_.byID.reserve(read.size());
+    std::int64_t order = 0;
+    for (LibraryStore::Membership& membership : read) {
+        listing_.byID.emplace(membership.captureID, Listed{membership.createdAt, order++,
+                                                           membership.collectionID, membership.organized});
         if (membership.collectionID) {
-            members_[*membership.collectionID].push_back(std::move(membership.captureID));
+            members_[*membership.collectionID].push_back(membership.captureID);
+        } else if (membership.organized) {
+            unsorted_.push_back(membership.captureID);
         }
     }
-    membersGeneration_ = now;
-    membersLimit_ = limit;
+    listing_.cut = static_cast<std::int64_t>(read.size()) >= limit;
+    listing_.limit = limit;
+    listing_.generation = now;
     return members_;
 }
 
@@ -69,8 +87,330 @@ void SearchIndex::clear() {
     for (Vectors& cached : spaces_) {
         cached = {};
     }
-    membersGeneration_.reset();
+    forgetListing();
+}
+
+void SearchIndex::forgetListing() {
+    listing_ = {};
     members_.clear();
+    unsorted_.clear();
+    centroids_.clear();
+}
+
+// --- Organizing -------------------------------------------------------------------------------------------
+
+std::vector<std::span<const float>> SearchIndex::memberVectors(const std::vector<std::string>& ids,
+                                                               std::string_view excluding) const {
+    const Vectors& meaning = spaces_[static_cast<std::size_t>(VectorSpace::Case::meaning)];
+    std::vector<std::span<const float>> found;
+    found.reserve(ids.size());
+    for (const std::string& id : ids) {
+        if (id == excluding) {
+            continue;
+        }
+        if (auto row = meaning.rowOf.find(id); row != meaning.rowOf.end()) {
+            found.push_back(meaning.rows.row(row->second));
+        }
+    }
+    return found;
+}
+
+const std::optional<std::vector<float>>& SearchIndex::centroid(const std::string& collectionID) {
+    auto found = centroids_.find(collectionID);
+    if (found == centroids_.end()) {
+        const std::vector<std::span<const float>> spans = memberVectors(members_.at(collectionID), {});
+        found = centroids_.emplace(collectionID, VectorMath::centroid(spans)).first;
+    }
+    return found->second;
+}
+
+Organizer::Decision SearchIndex::decide(LibraryStore& store, const Organizer& organizer, std::string_view id,
+                                        std::span<const float> vector, std::int64_t limit) {
+    const Vectors& meaning = vectors(store, VectorSpace::meaning);
+    (void)members(store, limit);
+    // The organizer joins only a collection whose centroid is at least `join` close; its centroid is the
+    // one kept here, computed from the same vectors in the same order, unless the capture itself is a
+    // member (then it is left out of its group).
+    std::optional<std::string> ownCollection;
+    if (const auto self = listing_.byID.find(std::string(id)); self != listing_.byID.end()) {
+        ownCollection = self->second.collectionID;
+    }
+    std::vector<Organizer::Group> candidates;
+    for (const auto& [collectionID, ids] : members_) {
+        const bool holdsItself = ownCollection == collectionID;
+        std::optional<std::vector<float>> own;
+        if (holdsItself) {
+            own = VectorMath::centroid(memberVectors(ids, id));
+        }
+        const std::optional<std::vector<float>>& center = holdsItself ? own : centroid(collectionID);
+        if (center && VectorMath::dot(vector, *center) >= organizer.thresholds.join) {
+            candidates.push_back({collectionID, memberVectors(ids, id)});
+        }
+    }
+    // Only unsorted captures at least `form` close are kept by the organizer.
+    std::vector<Organizer::Candidate> close;
+    for (const std::string& other : unsorted_) {
+        if (other == id) {
+            continue;
+        }
+        const auto row = meaning.rowOf.find(other);
+        if (row == meaning.rowOf.end()) {
+            continue;
+        }
+        const std::span<const float> theirs = meaning.rows.row(row->second);
+        if (VectorMath::dot(vector, theirs) >= organizer.thresholds.form) {
+            close.push_back({other, theirs});
+        }
+    }
+    return organizer.decide(vector, candidates, close);
+}
+
+// --- Own writes -------------------------------------------------------------------------------------------
+
+bool SearchIndex::follows(std::optional<LibraryStore::Generation>& piece, const Write& write) {
+    if (!piece) {
+        return false;
+    }
+    if (*piece == write.before && write.before.dataVersion == write.after.dataVersion) {
+        piece = write.after;
+        return true;
+    }
+    piece.reset();
+    return false;
+}
+
+bool SearchIndex::vectorsFollow(VectorSpace space, const Write& write) {
+    Vectors& cached = kept(space);
+    if (follows(cached.generation, write)) {
+        return true;
+    }
+    if (!cached.generation) {
+        cached = {};
+        if (space == VectorSpace::meaning) {
+            centroids_.clear();
+        }
+    }
+    return false;
+}
+
+bool SearchIndex::listingFollows(const Write& write) {
+    if (follows(listing_.generation, write)) {
+        return true;
+    }
+    forgetListing();
+    return false;
+}
+
+void SearchIndex::unchanged(const Write& write) {
+    vectorsFollow(VectorSpace::look, write);
+    vectorsFollow(VectorSpace::meaning, write);
+    listingFollows(write);
+}
+
+bool SearchIndex::before(const std::string& a, const std::string& b) const {
+    const Listed& x = listing_.byID.at(a);
+    const Listed& y = listing_.byID.at(b);
+    if (x.createdAt != y.createdAt) {
+        return x.createdAt > y.createdAt;
+    }
+    return x.order < y.order;
+}
+
+void SearchIndex::insertOrdered(std::vector<std::string>& ids, const std::string& id) const {
+    const auto at = std::lower_bound(
+        ids.begin(), ids.end(), id, [&](const std::string& a, const std::string& b) { return before(a, b); });
+    ids.insert(at, id);
+}
+
+void SearchIndex::eraseOrdered(std::vector<std::string>& ids, const std::string& id) const {
+    auto at = std::lower_bound(ids.begin(), ids.end(), id,
+                               [&](const std::string& a, const std::string& b) { return before(a, b); });
+    while (at != ids.end() && *at != id) {
+        ++at;
+    }
+    if (at != ids.end()) {
+        ids.erase(at);
+    }
+}
+
+void SearchIndex::unplace(const std::string& id, const Listed& entry) {
+    if (entry.collectionID) {
+        centroids_.erase(*entry.collectionID);
+        if (auto found = members_.find(*entry.collectionID); found != members_.end()) {
+            eraseOrdered(found->second, id);
+            if (found->second.empty()) {
+                members_.erase(found);
+            }
+        }
+    } else if (entry.organized) {
+        eraseOrdered(unsorted_, id);
+    }
+}
+
+void SearchIndex::place(const std::string& id, const Listed& entry) {
+    if (entry.collectionID) {
+        centroids_.erase(*entry.collectionID);
+        insertOrdered(members_[*entry.collectionID], id);
+    } else if (entry.organized) {
+        insertOrdered(unsorted_, id);
+    }
+}
+
+void SearchIndex::setEntry(const std::string& id, const std::optional<std::string>& collectionID,
+                           bool organized) {
+    const auto found = listing_.byID.find(id);
+    if (found == listing_.byID.end()) {
+        return; // beyond the listing
+    }
+    unplace(id, found->second);
+    found->second.collectionID = collectionID;
+    found->second.organized = organized;
+    place(id, found->second);
+}
+
+void SearchIndex::inserted(const Write& write, const Capture& capture) {
+    unchanged(write); // no vectors yet
+    if (!listing_.generation || listing_.byID.contains(capture.id)) {
+        if (listing_.generation) {
+            forgetListing();
+        }
+        return;
+    }
+    Listed entry{capture.createdAt, listing_.nextOrder--, std::nullopt,
+                 capture.stage == CaptureStage::organized};
+    if (listing_.cut && !listing_.byID.empty()) {
+        // The listing holds the newest `limit`: the new capture pushes the oldest out, or stays out itself.
+        auto oldest = listing_.byID.begin();
+        for (auto it = listing_.byID.begin(); it != listing_.byID.end(); ++it) {
+            if (it->second.createdAt < oldest->second.createdAt ||
+                (it->second.createdAt == oldest->second.createdAt &&
+                 it->second.order > oldest->second.order)) {
+                oldest = it;
+            }
+        }
+        if (entry.createdAt <= oldest->second.createdAt) {
+            // Among equal times the new one would come first, but whether it then stays in depends on ties
+            // SQLite breaks; read again.
+            if (entry.createdAt == oldest->second.createdAt) {
+                forgetListing();
+            }
+            return;
+        }
+        unplace(oldest->first, oldest->second);
+        listing_.byID.erase(oldest);
+    }
+    listing_.byID.emplace(capture.id, entry);
+    place(capture.id, entry);
+    if (static_cast<std::int64_t>(listing_.byID.size()) >= listing_.limit) {
+        listing_.cut = true;
+    }
+}
+
+void SearchIndex::staged(const Write& write, const std::string& id, bool organized) {
+    vectorsFollow(VectorSpace::look, write);
+    vectorsFollow(VectorSpace::meaning, write);
+    if (listingFollows(write)) {
+        if (auto found = listing_.byID.find(id); found != listing_.byID.end()) {
+            setEntry(id, found->second.collectionID, organized);
+        }
+    }
+}
+
+void SearchIndex::appendRow(Vectors& cached, const std::string& id, const std::vector<float>& vector) {
+    LibraryStore::VectorRows& rows = cached.rows;
+    if (!std::all_of(vector.begin(), vector.end(), [](float x) { return std::isfinite(x); })) {
+        return; // read as no vector
+    }
+    if (rows.size() == 0) {
+        cached.dimension = vector.size();
+    } else if (vector.size() != cached.dimension) {
+        cached.dimension = 0;
+    }
+    cached.rowOf[id] = rows.size();
+    rows.ids.push_back(id);
+    rows.floats.insert(rows.floats.end(), vector.begin(), vector.end());
+    rows.starts.push_back(rows.floats.size());
+}
+
+void SearchIndex::eraseRow(Vectors& cached, const std::string& id) {
+    const auto found = cached.rowOf.find(id);
+    if (found == cached.rowOf.end()) {
+        return;
+    }
+    const std::size_t row = found->second;
+    cached.rowOf.erase(found);
+    LibraryStore::VectorRows& rows = cached.rows;
+    const std::size_t begin = rows.starts[row];
+    const std::size_t length = rows.starts[row + 1] - begin;
+    rows.floats.erase(rows.floats.begin() + static_cast<std::ptrdiff_t>(begin),
+                      rows.floats.begin() + static_cast<std::ptrdiff_t>(begin + length));
+    rows.ids.erase(rows.ids.begin() + static_cast<std::ptrdiff_t>(row));
+    rows.starts.erase(rows.starts.begin() + static_cast<std::ptrdiff_t>(row + 1));
+    for (std::size_t i = row + 1; i < rows.starts.size(); ++i) {
+        rows.starts[i] -= length;
+    }
+    for (auto& [other, index] : cached.rowOf) {
+        if (index > row) {
+            --index;
+        }
+    }
+}
+
+void SearchIndex::embedded(const Write& write, const std::string& id,
+                           const std::map<VectorSpace, std::vector<float>>& vectors) {
+    for (const VectorSpace space : {VectorSpace::look, VectorSpace::meaning}) {
+        if (!vectorsFollow(space, write)) {
+            continue;
+        }
+        const auto given = vectors.find(space);
+        if (given == vectors.end()) {
+            continue;
+        }
+        // The row is replaced: the old one goes and the new one comes last, as in the table.
+        Vectors& cached = kept(space);
+        eraseRow(cached, id);
+        appendRow(cached, id, given->second);
+    }
+    if (listingFollows(write)) {
+        if (auto found = listing_.byID.find(id); found != listing_.byID.end()) {
+            if (found->second.collectionID) {
+                centroids_.erase(*found->second.collectionID);
+            }
+            setEntry(id, found->second.collectionID, false);
+        }
+    }
+}
+
+void SearchIndex::filed(const Write& write, const std::string& id,
+                        const std::optional<std::string>& collectionID, bool organized) {
+    vectorsFollow(VectorSpace::look, write);
+    vectorsFollow(VectorSpace::meaning, write);
+    if (listingFollows(write)) {
+        if (auto found = listing_.byID.find(id); found != listing_.byID.end()) {
+            setEntry(id, collectionID, organized || found->second.organized);
+        }
+    }
+}
+
+void SearchIndex::deleted(const Write& write, const std::string& id) {
+    for (const VectorSpace space : {VectorSpace::look, VectorSpace::meaning}) {
+        if (vectorsFollow(space, write)) {
+            eraseRow(kept(space), id);
+        }
+    }
+    if (listingFollows(write)) {
+        const auto found = listing_.byID.find(id);
+        if (found == listing_.byID.end()) {
+            return;
+        }
+        if (listing_.cut) {
+            // A capture beyond the listing moves into it; only the database knows which.
+            forgetListing();
+            return;
+        }
+        unplace(id, found->second);
+        listing_.byID.erase(found);
+    }
 }
 
 } // namespace keepery

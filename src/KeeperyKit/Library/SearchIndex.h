@@ -2,13 +2,16 @@
 
 #include "Library/SearchMerge.h"
 #include "Model/Vocabularies.h"
+#include "Organizing/Organizer.h"
 #include "Store/LibraryStore.h"
 
 #include <array>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace keepery {
@@ -17,7 +20,9 @@ namespace keepery {
 // and which capture is filed in which collection. Reading that from the database on every query costs
 // hundreds of milliseconds at a hundred thousand captures, so it is kept here between searches and read
 // again only when the database has changed since (through this store or through any other connection).
-// The answers are those of reading afresh, in the same order. Not thread-safe: the Library's lock guards it.
+// The organizing step decides from the same vectors and listing. A write this process makes through the
+// store is applied to what is kept (see `Write`) instead of reading everything again. The answers are
+// those of reading afresh, in the same order. Not thread-safe: the Library's lock guards it.
 class SearchIndex {
 public:
     explicit SearchIndex(std::string model) : model_(std::move(model)) {}
@@ -33,6 +38,41 @@ public:
     // Database::Failure.
     [[nodiscard]] const SearchMerge::CollectionMembers& members(LibraryStore& store, std::int64_t limit);
 
+    // The organizer's decision for capture `id` of meaning vector `vector`, among the newest `limit`
+    // captures: the groups are the collections with the meaning vectors of their members (newest first),
+    // the unsorted list the organized captures in no collection with theirs (newest first); `id` itself
+    // is in neither, and captures without a meaning vector of the model take no part. The same decision as
+    // `organizer.decide` on those lists read afresh, made without looking at every vector: a collection
+    // whose kept centroid is below the join threshold, and an unsorted capture below the form threshold,
+    // cannot change it. Throws Database::Failure.
+    [[nodiscard]] Organizer::Decision decide(LibraryStore& store, const Organizer& organizer,
+                                             std::string_view id, std::span<const float> vector,
+                                             std::int64_t limit);
+
+    // One write this process made through the store while holding the store's lock: the store's
+    // generation just before and just after it. When nobody else wrote in between, what was read at
+    // `before` is brought up to `after` by the change; otherwise it is forgotten and read again.
+    struct Write {
+        LibraryStore::Generation before;
+        LibraryStore::Generation after;
+    };
+
+    // A write that changes neither vectors, nor the listing's ids, collections, times or stages.
+    void unchanged(const Write& write);
+    // A new capture row (not organized, in no collection).
+    void inserted(const Write& write, const Capture& capture);
+    // The capture's stage changed; `organized` says whether it is now organized.
+    void staged(const Write& write, const std::string& id, bool organized);
+    // The capture's vectors of this model were replaced, and it moved to stage `embedded`.
+    void embedded(const Write& write, const std::string& id,
+                  const std::map<VectorSpace, std::vector<float>>& vectors);
+    // The capture was filed in `collectionID` (none: unsorted); with `organized`, it also moved to stage
+    // `organized`, otherwise its stage stayed.
+    void filed(const Write& write, const std::string& id, const std::optional<std::string>& collectionID,
+               bool organized);
+    // The capture and its vectors are gone.
+    void deleted(const Write& write, const std::string& id);
+
     // Forgets everything read, so the next call reads afresh.
     void clear();
 
@@ -42,15 +82,65 @@ private:
         LibraryStore::VectorRows rows;
         // The length of every row, or 0 when the rows differ in length (then each is scored on its own).
         std::size_t dimension = 0;
+        // The row of each id.
+        std::unordered_map<std::string, std::size_t> rowOf;
+    };
+
+    // A capture of the listing: where it stands in it (newer first, then smaller `order`), its collection
+    // and whether it is organized.
+    struct Listed {
+        Instant createdAt = 0;
+        std::int64_t order = 0;
+        std::optional<std::string> collectionID;
+        bool organized = false;
+    };
+
+    struct Listing {
+        std::optional<LibraryStore::Generation> generation;
+        std::int64_t limit = 0;
+        // The listing may have left captures out (it read as many as its limit).
+        bool cut = false;
+        std::unordered_map<std::string, Listed> byID;
+        // The order of the next capture kept here: below every other, so it comes first among equal times.
+        std::int64_t nextOrder = -1;
     };
 
     Vectors& vectors(LibraryStore& store, VectorSpace space);
+    Vectors& kept(VectorSpace space) {
+        return spaces_[static_cast<std::size_t>(static_cast<VectorSpace::Case>(space))];
+    }
+    // Whether `piece`, read at `write.before`, may take the write's change; moves it to `write.after` when
+    // it may and forgets it (returning false) when it was read at another time or another connection
+    // wrote. A piece not read at all stays so.
+    static bool follows(std::optional<LibraryStore::Generation>& piece, const Write& write);
+    bool vectorsFollow(VectorSpace space, const Write& write);
+    bool listingFollows(const Write& write);
+    void forgetListing();
+
+    // Listing order.
+    [[nodiscard]] bool before(const std::string& a, const std::string& b) const;
+    void insertOrdered(std::vector<std::string>& ids, const std::string& id) const;
+    void eraseOrdered(std::vector<std::string>& ids, const std::string& id) const;
+    // Takes the capture out of its collection's members and the unsorted list, then puts it back where
+    // its entry now says.
+    void unplace(const std::string& id, const Listed& entry);
+    void place(const std::string& id, const Listed& entry);
+    void setEntry(const std::string& id, const std::optional<std::string>& collectionID, bool organized);
+    void appendRow(Vectors& cached, const std::string& id, const std::vector<float>& vector);
+    void eraseRow(Vectors& cached, const std::string& id);
+
+    // The centroid of the collection's members that have a meaning vector, kept until one of them changes.
+    const std::optional<std::vector<float>>& centroid(const std::string& collectionID);
+    [[nodiscard]] std::vector<std::span<const float>> memberVectors(const std::vector<std::string>& ids,
+                                                                    std::string_view excluding) const;
 
     std::string model_;
     std::array<Vectors, 2> spaces_;
-    std::optional<LibraryStore::Generation> membersGeneration_;
-    std::int64_t membersLimit_ = 0;
+    Listing listing_;
     SearchMerge::CollectionMembers members_;
+    // The organized captures in no collection, newest first.
+    std::vector<std::string> unsorted_;
+    std::unordered_map<std::string, std::optional<std::vector<float>>> centroids_;
     std::vector<float> scratch_;
 };
 

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -38,9 +39,10 @@ concept DescriptionRecord = requires(const D& d) {
 
 // The library: one directory holding the SQLite database `library.sqlite` and the image files
 // (`captures/`, `thumbs/`, `media/`). The layout and schema are a storage format shared with the companion
-// app. The store has no lock of its own: one caller at a time (the Library actor, or the server's loop).
-// Other processes may write the same database at any time; what the store remembers between calls (where
-// the full-text rows lie) is checked against their writes before it is used.
+// app. Any thread may use the store: every operation holds the store's one lock for its whole run (a
+// transaction included), so no two threads interleave statements on the one connection; `exclusively`
+// holds it across several operations. Other processes may write the same database at any time; what the store
+// remembers between calls (where the full-text rows lie) is checked against their writes before it is used.
 class LibraryStore {
 public:
     static constexpr std::int64_t schemaVersion = 2;
@@ -60,6 +62,14 @@ public:
     LibraryStore& operator=(const LibraryStore&) = delete;
 
     [[nodiscard]] const std::filesystem::path& root() const { return root_; }
+
+    // Runs `body` holding the store's lock, so that no other thread's store operation falls between the
+    // operations `body` makes. Returns what `body` returns and passes on what it throws.
+    template <typename Body>
+    decltype(auto) exclusively(Body&& body) {
+        const std::lock_guard guard(mutex_);
+        return body();
+    }
 
     // File locations; pure functions of `root`, none touches the disk.
     [[nodiscard]] std::filesystem::path imageURL(const std::string& id) const;
@@ -189,13 +199,18 @@ public:
 
     // Every collection with its current member count (0 included), most recently updated first.
     [[nodiscard]] std::vector<CaptureCollection> collections();
+    // The collection with this id as `collections` gives it, without counting the others; absent when none.
+    [[nodiscard]] std::optional<CaptureCollection> collection(const std::string& id);
 
     struct Membership {
         std::string captureID;
         std::optional<std::string> collectionID;
+        Instant createdAt = 0;
+        // At stage `organized`.
+        bool organized = false;
     };
-    // The id and collection of each capture `captures(recent, limit)` lists, in its order, read without the
-    // rest of the row.
+    // The id, collection, time and whether it is organized of each capture `captures(recent, limit)` lists,
+    // in its order, read without the rest of the row.
     [[nodiscard]] std::vector<Membership> memberships(std::int64_t limit);
 
     // A mark of what the database holds: two equal marks taken from one store mean that nobody (this store
@@ -253,6 +268,8 @@ private:
     static constexpr std::string_view stageText(CaptureStage stage) { return stage.rawValue(); }
 
     void migrate();
+    std::vector<CaptureCollection> collectionsWhere(const std::string& condition,
+                                                    const std::vector<Database::Value>& values);
     // Runs `body` in one transaction that may refresh full-text rows; a failure forgets where they lie.
     void indexedTransaction(const std::function<void()>& body);
     void reindex(const std::string& id);
@@ -261,6 +278,8 @@ private:
     std::vector<Capture> capturesWhere(const std::string& condition, std::vector<Database::Value> values,
                                        std::int64_t limit, const std::string& order);
 
+    // Recursive: an operation may call another.
+    std::recursive_mutex mutex_;
     const Clock& clock_;
     const Files& files_;
     std::filesystem::path root_;

@@ -185,6 +185,7 @@ bool isInside(const std::filesystem::path& path, const std::filesystem::path& ro
 } // namespace
 
 void LibraryStore::insert(const Capture& capture) {
+    const std::lock_guard guard(mutex_);
     indexedTransaction([&] {
         db_.run("INSERT INTO captures (id, created_at, app, bundle_id, window_title, url, document_path,\n"
                 "    source, width, height, stage, note, favorite, media, duration, taken_at, image_file, "
@@ -201,6 +202,7 @@ void LibraryStore::insert(const Capture& capture) {
 
 void LibraryStore::setRead(const std::string& id, const std::string& ocrText,
                            const std::optional<std::string>& transcript) {
+    const std::lock_guard guard(mutex_);
     indexedTransaction([&] {
         db_.run(
             "UPDATE captures SET ocr_text = ?, transcript = ?, stage = ?, attempts = 0, last_error = NULL "
@@ -211,6 +213,7 @@ void LibraryStore::setRead(const std::string& id, const std::string& ocrText,
 }
 
 void LibraryStore::setDescribed(const std::string& id, const Description& description) {
+    const std::lock_guard guard(mutex_);
     indexedTransaction([&] {
         db_.run("UPDATE captures SET title = ?, summary = ?, kind = ?, highlights = ?, links = ?,\n"
                 "    stage = ?, attempts = 0, last_error = NULL WHERE id = ?",
@@ -224,11 +227,13 @@ void LibraryStore::setDescribed(const std::string& id, const Description& descri
 
 void LibraryStore::recordFailure(const std::string& id, const std::string& error,
                                  std::chrono::duration<double> retryAfter, Instant now) {
+    const std::lock_guard guard(mutex_);
     db_.run("UPDATE captures SET attempts = attempts + 1, last_error = ?, next_attempt_at = ? WHERE id = ?",
             {error, now + retryAfter.count(), id});
 }
 
 void LibraryStore::setNote(const std::string& id, const std::optional<std::string>& note) {
+    const std::lock_guard guard(mutex_);
     std::optional<std::string> trimmed;
     if (note) {
         trimmed = Text::trimWhitespaceAndNewlines(*note);
@@ -243,10 +248,12 @@ void LibraryStore::setNote(const std::string& id, const std::optional<std::strin
 }
 
 void LibraryStore::setFavorite(const std::string& id, bool favorite) {
+    const std::lock_guard guard(mutex_);
     db_.run("UPDATE captures SET favorite = ? WHERE id = ?", {favorite ? 1 : 0, id});
 }
 
 void LibraryStore::setTags(const std::string& id, const std::vector<std::string>& tags) {
+    const std::lock_guard guard(mutex_);
     indexedTransaction([&] {
         writeTags(id, tags);
         reindex(id);
@@ -254,6 +261,7 @@ void LibraryStore::setTags(const std::string& id, const std::vector<std::string>
 }
 
 void LibraryStore::deleteCapture(const std::string& id) {
+    const std::lock_guard guard(mutex_);
     const std::optional<Capture> existing = capture(id);
     indexedTransaction([&] {
         for (std::int64_t rowid : ftsRows_.rowsOf(db_, id)) {
@@ -278,6 +286,7 @@ void LibraryStore::deleteCapture(const std::string& id) {
 }
 
 std::optional<Capture> LibraryStore::capture(const std::string& id) {
+    const std::lock_guard guard(mutex_);
     std::vector<Capture> found = capturesWhere("c.id = ?", {id}, 1, "c.created_at DESC");
     if (found.empty()) {
         return std::nullopt;
@@ -286,6 +295,7 @@ std::optional<Capture> LibraryStore::capture(const std::string& id) {
 }
 
 std::vector<Capture> LibraryStore::captures(const std::vector<std::string>& ids) {
+    const std::lock_guard guard(mutex_);
     if (ids.empty()) {
         return {};
     }
@@ -319,6 +329,7 @@ std::vector<Capture> LibraryStore::captures(const std::vector<std::string>& ids)
 }
 
 std::vector<Capture> LibraryStore::pending(Instant now, std::int64_t limit) {
+    const std::lock_guard guard(mutex_);
     return capturesWhere("c.stage != ? AND c.next_attempt_at <= ?", {stageText(CaptureStage::organized), now},
                          limit, "c.created_at ASC");
 }

@@ -21,6 +21,7 @@ const std::string* textOf(const Database::Row& row, const char* column) {
 } // namespace
 
 std::vector<Capture> LibraryStore::captures(const LibraryFilter& filter, std::int64_t limit) {
+    const std::lock_guard guard(mutex_);
     const auto& payload = filter.payload();
     auto text = [&] { return Value(std::get<std::string>(payload)); };
     const std::string order = "c.created_at DESC";
@@ -46,25 +47,31 @@ std::vector<Capture> LibraryStore::captures(const LibraryFilter& filter, std::in
 }
 
 std::vector<LibraryStore::Membership> LibraryStore::memberships(std::int64_t limit) {
+    const std::lock_guard guard(mutex_);
     // The listing's condition, order and cut, so that SQLite walks the rows the same way.
     std::vector<Membership> found;
     db_.forEachRow(
-        "SELECT c.id, c.collection_id FROM captures c WHERE 1 ORDER BY c.created_at DESC LIMIT ?", {limit},
-        [&](const Database::Cursor& cursor) {
+        "SELECT c.id, c.collection_id, c.created_at, c.stage FROM captures c WHERE 1 ORDER BY c.created_at "
+        "DESC LIMIT ?",
+        {limit}, [&](const Database::Cursor& cursor) {
             Membership membership{std::string(cursor.text(0).value_or(std::string_view())), std::nullopt};
             if (auto collection = cursor.text(1)) {
                 membership.collectionID.emplace(*collection);
             }
+            membership.createdAt = cursor.value(2).asDouble().value_or(0);
+            membership.organized = cursor.text(3) == stageText(CaptureStage::organized);
             found.push_back(std::move(membership));
         });
     return found;
 }
 
 LibraryStore::Generation LibraryStore::generation() {
+    const std::lock_guard guard(mutex_);
     return Generation{db_.dataVersion(), db_.totalChanges()};
 }
 
 std::vector<std::pair<CaptureKind, std::int64_t>> LibraryStore::kindCounts() {
+    const std::lock_guard guard(mutex_);
     std::vector<std::pair<CaptureKind, std::int64_t>> counts;
     for (const Database::Row& row : db_.query("SELECT kind, count(*) AS n FROM captures WHERE kind IS NOT "
                                               "NULL GROUP BY kind ORDER BY n DESC")) {
@@ -77,6 +84,7 @@ std::vector<std::pair<CaptureKind, std::int64_t>> LibraryStore::kindCounts() {
 }
 
 std::unordered_map<CaptureMedia, std::int64_t> LibraryStore::mediaCounts() {
+    const std::lock_guard guard(mutex_);
     std::unordered_map<CaptureMedia, std::int64_t> counts;
     for (const Database::Row& row : db_.query("SELECT media, count(*) AS n FROM captures GROUP BY media")) {
         const std::string* raw = textOf(row, "media");
@@ -88,6 +96,7 @@ std::unordered_map<CaptureMedia, std::int64_t> LibraryStore::mediaCounts() {
 }
 
 std::vector<std::pair<std::string, std::int64_t>> LibraryStore::sourceCounts(std::int64_t limit) {
+    const std::lock_guard guard(mutex_);
     std::vector<std::pair<std::string, std::int64_t>> counts;
     for (const Database::Row& row : db_.query(
              "SELECT source, count(*) AS n FROM captures WHERE source != '' AND media = 'screen' GROUP BY "
@@ -100,11 +109,13 @@ std::vector<std::pair<std::string, std::int64_t>> LibraryStore::sourceCounts(std
 }
 
 std::int64_t LibraryStore::count() {
+    const std::lock_guard guard(mutex_);
     auto rows = db_.query("SELECT count(*) AS n FROM captures");
     return rows.empty() ? 0 : integerOr0(rows.front(), "n");
 }
 
 std::int64_t LibraryStore::count(Instant start) {
+    const std::lock_guard guard(mutex_);
     auto rows = db_.query("SELECT count(*) AS n FROM captures WHERE created_at >= ?", {start});
     return rows.empty() ? 0 : integerOr0(rows.front(), "n");
 }
@@ -147,6 +158,7 @@ std::string LibraryStore::ftsQuery(std::string_view text) {
 }
 
 std::vector<LibraryStore::TextMatch> LibraryStore::textSearch(const std::string& text, std::int64_t limit) {
+    const std::lock_guard guard(mutex_);
     const std::string query = ftsQuery(text);
     if (query.empty()) {
         return {};

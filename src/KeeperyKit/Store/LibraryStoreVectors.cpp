@@ -69,6 +69,7 @@ std::optional<std::vector<float>> floats(std::span<const std::uint8_t> bytes) {
 
 void LibraryStore::setEmbedding(const std::string& id, const std::string& model,
                                 const std::map<VectorSpace, std::vector<float>>& vectors) {
+    const std::lock_guard guard(mutex_);
     db_.transaction([&] {
         for (const auto& [space, vector] : vectors) {
             db_.run("INSERT OR REPLACE INTO vectors (capture_id, space, model, dim, vector) VALUES (?, ?, ?, "
@@ -81,6 +82,7 @@ void LibraryStore::setEmbedding(const std::string& id, const std::string& model,
 }
 
 std::optional<std::vector<float>> LibraryStore::vector(const std::string& id, VectorSpace space) {
+    const std::lock_guard guard(mutex_);
     std::optional<std::vector<float>> found;
     bool first = true;
     db_.forEachRow("SELECT vector FROM vectors WHERE capture_id = ? AND space = ?", {id, space.rawValue()},
@@ -95,6 +97,7 @@ std::optional<std::vector<float>> LibraryStore::vector(const std::string& id, Ve
 }
 
 LibraryStore::VectorRows LibraryStore::vectorRows(const std::string& model, VectorSpace space) {
+    const std::lock_guard guard(mutex_);
     VectorRows rows;
     db_.forEachRow("SELECT capture_id, vector FROM vectors WHERE model = ? AND space = ?",
                    {model, space.rawValue()}, [&](const Database::Cursor& cursor) {
