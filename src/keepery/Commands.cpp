@@ -437,7 +437,6 @@ int import(const std::vector<fs::path>& paths, Processing processing) {
             if (session.signals->requested()) {
                 break;
             }
-            bar.update(done, file.filename().string());
             if (auto failure = importOne(*session.library, file)) {
                 problems.push_back(*failure);
                 bar.note("Could not import " + *failure);
@@ -453,7 +452,8 @@ int import(const std::vector<fs::path>& paths, Processing processing) {
         std::cout << "Skipped "
                   << Wording::count(static_cast<std::int64_t>(skipped.size()), "file", "files",
                                     Wording::Capitalized::no)
-                  << " that are not photos or videos:\n";
+                  << (skipped.size() == 1 ? " that is not a photo or video:\n"
+                                          : " that are not photos or videos:\n");
         for (const fs::path& file : skipped) {
             std::cout << "  " << file.string() << "\n";
         }
