@@ -137,6 +137,8 @@ private:
     std::set<std::pair<std::string, std::string>> shown_;
 };
 
+Signals* processSignals = nullptr;
+
 struct SessionOptions {
     bool signals = false;
     MainQueue* mainQueue = nullptr;
@@ -145,14 +147,14 @@ struct SessionOptions {
 // One open library. Members go in reverse order: the library (whose destructor ends its worker) before
 // what its callbacks use.
 struct Session {
-    std::unique_ptr<Signals> signals;
+    Signals* signals = nullptr;
     std::unique_ptr<LibraryStore> store;
     std::unique_ptr<PipelineProgress> progress;
     std::unique_ptr<Library> library;
 
     explicit Session(SessionOptions options = {}) {
         if (options.signals) {
-            signals = std::make_unique<Signals>();
+            signals = processSignals;
         }
         const fs::path root = LibraryStore::defaultRoot();
         try {
@@ -393,6 +395,9 @@ Capture existingCapture(LibraryStore& store, const std::string& id) {
 }
 
 CaptureCollection existingCollection(LibraryStore& store, const std::string& nameOrID) {
+    if (nameOrID.empty()) {
+        throw CommandFailure("a collection needs its name or id (keepery collections shows them)");
+    }
     try {
         const LibraryFilter filter =
             ToolTexts::recentFilter(store, nameOrID, std::nullopt, "keepery collections");
@@ -411,6 +416,10 @@ CaptureCollection existingCollection(LibraryStore& store, const std::string& nam
 } // namespace
 
 // --- Commands -------------------------------------------------------------------------------------------
+
+void useSignals(Signals& signals) {
+    processSignals = &signals;
+}
 
 int import(const std::vector<fs::path>& paths, Processing processing) {
     std::vector<fs::path> files;

@@ -10,11 +10,18 @@
 // The subcommands of `keepery`. Each returns the process's exit status and writes its answer to standard
 // output, its progress and complaints to standard error. A failure the user should read is thrown as
 // CommandFailure and printed as "keepery: <text>" by main.
+namespace keepery {
+class Signals;
+}
+
 namespace keepery::Commands {
 
 struct CommandFailure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+// The process's signal handling, made first thing in main; the long commands stop between captures on it.
+void useSignals(Signals& signals);
 
 // Processing: whether a command that keeps something runs the pipeline to the end before it returns.
 enum class Processing : bool { skip, run };

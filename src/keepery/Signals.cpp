@@ -54,9 +54,10 @@ void Signals::wait() {
         const std::uint64_t one = 1;
         [[maybe_unused]] const auto written = ::write(fd_, &one, sizeof one);
         std::lock_guard lock(mutex_);
-        if (action_) {
-            action_();
+        if (!action_) {
+            ::_exit(128 + which);
         }
+        action_();
     }
 }
 

@@ -8,9 +8,10 @@
 namespace keepery {
 
 // SIGINT and SIGTERM as events instead of deaths, so that a long command stops between captures and loses
-// nothing. While the object lives the two signals are blocked in every thread made after it (make it before
-// the Library, whose worker inherits the mask) and one thread waits for them: it sets the flag, makes `fd`
-// readable and runs the stop action. The destructor ends that thread and unblocks the signals.
+// nothing. While the object lives the two signals are blocked in every thread made after it (make it first
+// in main, before any library or image decoder starts a thread) and one thread waits for them: it sets the
+// flag, makes `fd` readable and runs the stop action; without an action it ends the process at once, as
+// the signal would have. The destructor ends that thread and unblocks the signals.
 class Signals {
 public:
     Signals();
@@ -19,7 +20,7 @@ public:
     Signals& operator=(const Signals&) = delete;
 
     // Runs on the waiting thread when a signal arrives (for example Library::stop). Replace it with an empty
-    // action before what it refers to goes.
+    // action before what it refers to goes; with none, a signal ends the process with status 128 + signal.
     void onSignal(std::function<void()> action);
 
     [[nodiscard]] bool requested() const { return signal_.load() != 0; }

@@ -5,6 +5,7 @@
 #include "Library/ToolTexts.h"
 #include "Platform/ReadingEnvironment.h"
 #include "Platform/SystemInfo.h"
+#include "Signals.h"
 #include "WindowCapture.h"
 
 #include <CLI/CLI.hpp>
@@ -34,6 +35,8 @@ int main(int argc, char** argv) {
     ReadingEnvironment::ensureSingleThreaded(argv);
     // Output piped into `head` must not kill a command half-way through keeping something.
     std::signal(SIGPIPE, SIG_IGN);
+    Signals signals;
+    Commands::useSignals(signals);
 
     CLI::App app{
         "Keepery keeps the windows, photos and videos you choose, reads and describes them with local "
