@@ -25,7 +25,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <climits>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -362,13 +361,16 @@ ScreenImage screenImage(const Image& image, std::string app, std::string windowT
     return {std::move(capture), std::move(*png), std::move(*thumbnail)};
 }
 
+// A longest side no picture reaches (libvips takes sizes up to ten million), so the picture stays whole.
+constexpr int wholePicture = 10'000'000;
+
 ScreenImage screenImageFromFile(const fs::path& file, std::optional<std::string> app,
                                 std::optional<std::string> title, std::optional<std::string> url) {
     std::error_code error;
     if (!fs::is_regular_file(file, error)) {
         throw CommandFailure(file.string() + ": no such file");
     }
-    std::optional<Image> image = MediaImporter::scaled(file, INT_MAX);
+    std::optional<Image> image = MediaImporter::scaled(file, wholePicture);
     if (!image) {
         throw CommandFailure(file.string() + ": not a picture keepery can read");
     }
