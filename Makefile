@@ -1,5 +1,5 @@
 # The README's two commands are `make run` and `make test`; each does its own set-up first.
-.PHONY: setup build run test bench fuzz fuzz-build format clean
+.PHONY: setup build run test install bench fuzz fuzz-build format clean
 
 JOBS ?= $(shell nproc)
 
@@ -9,6 +9,14 @@ setup:
 build: setup
 	@cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 	@cmake --build build/release -j $(JOBS) --target keepery-mcp
+
+# Installs keepery, keepery-mcp and the user service keepery-watch.service under PREFIX.
+PREFIX ?= /usr/local
+
+install: setup
+	@cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+	@cmake --build build/release -j $(JOBS) --target keepery keepery-mcp
+	@cmake --install build/release --prefix $(PREFIX)
 
 # Build output goes to standard error: standard output belongs to the protocol.
 run:

@@ -228,6 +228,18 @@ public:
     // Captures per media; a media with no captures has no entry.
     [[nodiscard]] std::unordered_map<CaptureMedia, std::int64_t> mediaCounts();
 
+    // Captures per stage; a stage with no captures has no entry.
+    [[nodiscard]] std::unordered_map<CaptureStage, std::int64_t> stageCounts();
+
+    // A capture whose last attempt failed, with the attempts counted so far and when it is due again.
+    struct Failing {
+        Capture capture;
+        std::int64_t attempts = 0;
+        Instant nextAttemptAt = 0;
+    };
+    // At most `limit` captures not yet organized whose last attempt failed, soonest due first.
+    [[nodiscard]] std::vector<Failing> failing(std::int64_t limit);
+
     // At most `limit` source words of screen captures with their counts, largest first, ties by word.
     // Photos, videos and empty sources are not counted.
     [[nodiscard]] std::vector<std::pair<std::string, std::int64_t>> sourceCounts(std::int64_t limit);

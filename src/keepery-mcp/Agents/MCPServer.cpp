@@ -1,6 +1,7 @@
 #include "Agents/MCPServer.h"
 
 #include "Library/Library.h"
+#include "Library/ToolTexts.h"
 #include "Model/CaptureKind.h"
 #include "Platform/Dates.h"
 #include "Platform/JSONReader.h"
@@ -79,65 +80,6 @@ std::optional<std::string> stringArgument(const json& arguments, const char* key
 
 std::int64_t limitArgument(const json& arguments, std::int64_t fallback, std::int64_t most) {
     return std::clamp<std::int64_t>(integerArgument(arguments, "limit").value_or(fallback), 1, most);
-}
-
-using Text::joined;
-
-// A long text as the full form shows it: whole up to 4000 characters, else its first 4000 and "…". A text
-// that fits is passed on as stored, so that bytes which are not UTF-8 reach the serialiser's own
-// replacement untouched.
-std::string longText(const std::string& text) {
-    constexpr std::size_t most = 4000;
-    return Text::characterCount(text) <= most ? text : Text::cut(text, most);
-}
-
-// Collection id → "<emoji> <name>". A listing that cannot read the collections shows no label.
-using Labels = std::unordered_map<std::string, std::string>;
-
-Labels labels(LibraryStore& store) {
-    Labels found;
-    try {
-        for (const CaptureCollection& collection : store.collections()) {
-            found.try_emplace(collection.id, collection.emoji + " " + collection.name);
-        }
-    } catch (const std::exception&) {
-        found.clear();
-    }
-    return found;
-}
-
-std::string listingWith(const Capture& capture, const Labels& labels) {
-    std::string out = capture.displayTitle();
-    out += " — ";
-    out += capture.kind ? capture.kind->title() : capture.media.title();
-
-    std::vector<std::string> facts{"id " + capture.id, capture.url ? *capture.url : capture.sourceName(),
-                                   Dates::mediumDateShortTime(capture.takenAt.value_or(capture.createdAt))};
-    if (capture.collectionID) {
-        if (auto label = labels.find(*capture.collectionID); label != labels.end()) {
-            facts.push_back(label->second);
-        }
-    }
-    out += "\n" + joined(facts, " · ");
-    if (capture.summary && !capture.summary->empty()) {
-        out += "\n" + *capture.summary;
-    }
-    if (capture.note && !capture.note->empty()) {
-        out += "\nNote: " + *capture.note;
-    }
-    if (!capture.tags.empty()) {
-        out += "\nTags: " + joined(capture.tags, ", ");
-    }
-    return out;
-}
-
-std::string listingsWith(const std::vector<Capture>& captures, const Labels& labels) {
-    std::vector<std::string> listings;
-    listings.reserve(captures.size());
-    for (const Capture& capture : captures) {
-        listings.push_back(listingWith(capture, labels));
-    }
-    return joined(listings, "\n\n");
 }
 
 } // namespace
@@ -269,108 +211,33 @@ std::string MCPServer::call(const std::string& toolName, const json& arguments) 
 }
 
 std::string MCPServer::searchKeepery(const json& arguments) {
-    const std::string query =
-        Text::trimWhitespaceAndNewlines(stringArgument(arguments, "query").value_or(""));
-    if (query.empty()) {
-        throw ToolFailure("'query' must be a non-empty string.");
-    }
-    const auto limit = static_cast<std::size_t>(limitArgument(arguments, 8, 25));
-    std::vector<Capture> found = library_.search(query);
-    if (found.size() > limit) {
-        found.resize(limit);
-    }
-    if (found.empty()) {
-        return "Nothing in Keepery matches “" + query + "”.";
-    }
-    return "Keepery for “" + query + "” (" + std::to_string(found.size()) + "):\n\n" +
-           listingsWith(found, labels(store_));
+    const std::string query = ToolTexts::searchQuery(stringArgument(arguments, "query").value_or(""));
+    const std::vector<Capture> found = ToolTexts::searchResults(
+        library_, query, limitArgument(arguments, ToolTexts::searchLimit, ToolTexts::mostSearchResults));
+    return ToolTexts::searchText(query, found, ToolTexts::labels(store_));
 }
 
 std::string MCPServer::recentCaptures(const json& arguments) {
-    const std::int64_t limit = limitArgument(arguments, 10, 50);
-    LibraryFilter filter = LibraryFilter::recent();
-    const std::optional<std::string> collection = stringArgument(arguments, "collection");
-    const std::optional<std::string> kind = stringArgument(arguments, "kind");
-    if (collection && !collection->empty()) {
-        const std::vector<CaptureCollection> all = store_.collections();
-        const auto found = std::find_if(all.begin(), all.end(), [&](const CaptureCollection& c) {
-            return c.id == *collection || Text::equalsIgnoringCase(c.name, *collection);
-        });
-        if (found == all.end()) {
-            throw ToolFailure("No collection named “" + *collection + "”. list_collections shows them.");
-        }
-        filter = LibraryFilter::collection(found->id);
-    } else if (kind && !kind->empty()) {
-        const std::optional<CaptureKind> known = CaptureKind::fromRawValue(Text::lowercased(*kind));
-        if (!known) {
-            throw ToolFailure("Unknown kind “" + *kind + "”.");
-        }
-        filter = LibraryFilter::kind(*known);
-    }
-    const std::vector<Capture> found = store_.captures(filter, limit);
-    if (found.empty()) {
-        return "Nothing kept there yet.";
-    }
-    return listingsWith(found, labels(store_));
+    const std::int64_t limit = limitArgument(arguments, ToolTexts::recentLimit, ToolTexts::mostRecent);
+    const LibraryFilter filter = ToolTexts::recentFilter(store_, stringArgument(arguments, "collection"),
+                                                         stringArgument(arguments, "kind"));
+    return ToolTexts::recentText(store_.captures(filter, limit), ToolTexts::labels(store_));
 }
 
 std::string MCPServer::getCapture(const json& arguments) {
-    const std::optional<std::string> id = stringArgument(arguments, "id");
-    std::optional<Capture> capture = id ? store_.capture(*id) : std::nullopt;
-    if (!capture) {
-        throw ToolFailure("No capture with that id.");
-    }
-    return full(*capture);
+    return full(ToolTexts::capture(store_, stringArgument(arguments, "id")));
 }
 
 std::string MCPServer::listCollections() {
-    std::vector<std::string> lines;
-    for (const CaptureCollection& collection : store_.collections()) {
-        if (collection.count < 1) {
-            continue;
-        }
-        lines.push_back(collection.emoji + " " + collection.name + " — " + std::to_string(collection.count) +
-                        " capture" + (collection.count == 1 ? "" : "s") + " (id " + collection.id + ")");
-    }
-    if (lines.empty()) {
-        return "No collections yet: they form as similar captures are kept.";
-    }
-    return joined(lines, "\n");
+    return ToolTexts::collectionsText(store_.collections());
 }
 
 std::string MCPServer::listing(const Capture& capture) {
-    return listingWith(capture, labels(store_));
+    return ToolTexts::listing(capture, ToolTexts::labels(store_));
 }
 
 std::string MCPServer::full(const Capture& capture) {
-    std::vector<std::string> sections{listing(capture)};
-    if (capture.media == CaptureMedia::video && capture.duration) {
-        // Whole seconds, the fraction dropped; a duration without a whole number of seconds shows no line.
-        const double seconds = std::trunc(*capture.duration);
-        if (std::isfinite(seconds) && std::fabs(seconds) < 9.2e18) {
-            sections.push_back("Video, " + std::to_string(static_cast<std::int64_t>(seconds)) + " seconds.");
-        }
-    }
-    if (!capture.highlights.empty()) {
-        std::string section = "Worth keeping:";
-        for (const std::string& highlight : capture.highlights) {
-            section += "\n“" + highlight + "”";
-        }
-        sections.push_back(std::move(section));
-    }
-    if (!capture.links.empty()) {
-        sections.push_back("Links:\n" + joined(capture.links, "\n"));
-    }
-    if (capture.transcript && !capture.transcript->empty()) {
-        sections.push_back("Said in it:\n" + longText(*capture.transcript));
-    }
-    if (capture.ocrText && !capture.ocrText->empty()) {
-        sections.push_back("Text on it:\n" + longText(*capture.ocrText));
-    }
-    if (capture.stage != CaptureStage::organized) {
-        sections.push_back("(Still being read: the description may be incomplete.)");
-    }
-    return joined(sections, "\n\n");
+    return ToolTexts::full(capture, ToolTexts::labels(store_));
 }
 
 } // namespace keepery

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Library/ToolTexts.h"
+
 #include <exception>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
@@ -26,11 +28,7 @@ public:
         "they saw, read or saved; open a result with get_capture for its full text.";
 
     // The error a tool throws; its message reaches the assistant unchanged, as a result marked isError.
-    struct ToolFailure : std::exception {
-        std::string message;
-        explicit ToolFailure(std::string text) : message(std::move(text)) {}
-        const char* what() const noexcept override { return message.c_str(); }
-    };
+    using ToolFailure = ToolTexts::Failure;
 
     // Searches go through `library`; every other tool reads `store` directly.
     MCPServer(Library& library, LibraryStore& store, std::string version);

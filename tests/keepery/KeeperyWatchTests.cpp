@@ -1,0 +1,124 @@
+#include "keepery/KeeperyHome.h"
+#include "support/MediaFixtures.h"
+
+#include <gmock/gmock.h>
+
+using namespace keepery;
+using namespace keepery::testing;
+using ::testing::HasSubstr;
+namespace fs = std::filesystem;
+
+namespace {
+
+class KeeperyWatch : public KeeperyHome {
+protected:
+    fs::path media = home / "Camera";
+    fs::path screens = home / "Screenshots";
+
+    void SetUp() override {
+        fs::create_directories(media);
+        fs::create_directories(screens);
+    }
+
+    std::int64_t kept(std::optional<CaptureMedia> which = std::nullopt) const {
+        LibraryStore store(library());
+        return which ? store.mediaCounts()[*which] : store.count();
+    }
+
+    // Writes `bytes` in two parts with a pause between them, as a slow copy does.
+    static void copySlowly(const fs::path& to, const std::vector<std::uint8_t>& bytes) {
+        std::ofstream out(to, std::ios::binary);
+        const auto half = static_cast<std::streamsize>(bytes.size() / 2);
+        out.write(reinterpret_cast<const char*>(bytes.data()), half);
+        out.flush();
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        out.write(reinterpret_cast<const char*>(bytes.data()) + half,
+                  static_cast<std::streamsize>(bytes.size()) - half);
+    }
+};
+
+TEST_F(KeeperyWatch, KeepsCompleteFilesAsTheyArriveBesideAnImportAndStopsCleanly) {
+    // The library exists before the watcher and the import open it at once.
+    ASSERT_EQ(keepery({"status"}).exitStatus, 0);
+    RunningChild watch(KEEPERY_PATH, {"watch", media.string(), "--screens", screens.string()}, environment(),
+                       home / "watch.log");
+    ASSERT_TRUE(eventually([&] {
+        return watch.output().find("Watching " + screens.string()) != std::string::npos;
+    })) << watch.output();
+
+    copySlowly(media / "beach.jpg", jpegWith(quadrants(640, 480)));
+    copySlowly(screens / "Screenshot from 2026-11-23.png", pngOf(quadrants(500, 400)));
+    writeFile(media / "notes.txt", std::string("text"));
+    writeFile(media / ".partial.jpg", std::string("half"));
+
+    const fs::path elsewhere = home / "Elsewhere";
+    fs::create_directories(elsewhere);
+    writeFile(elsewhere / "a.jpg", jpegWith(quadrants(200, 100)));
+    writeFile(elsewhere / "b.jpg", jpegWith(quadrants(100, 200)));
+    const auto imported = keepery({"import", "--no-process", elsewhere.string()});
+    EXPECT_EQ(imported.exitStatus, 0) << imported.err;
+
+    ASSERT_TRUE(eventually([&] { return kept() == 4; })) << watch.output();
+    EXPECT_EQ(kept(CaptureMedia::screen), 1);
+    EXPECT_EQ(kept(CaptureMedia::photo), 3);
+    {
+        LibraryStore store(library());
+        const auto screen = store.captures(LibraryFilter::media(CaptureMedia::screen), 1);
+        ASSERT_EQ(screen.size(), 1U);
+        EXPECT_EQ(screen[0].windowTitle, "Screenshot from 2026-11-23");
+        EXPECT_EQ(screen[0].width, 500);
+    }
+
+    watch.signal(SIGTERM);
+    EXPECT_EQ(watch.finish(), 0);
+    const std::string log = watch.output();
+    EXPECT_THAT(log, HasSubstr("Imported " + (media / "beach.jpg").string()));
+    EXPECT_THAT(log, HasSubstr("Skipped " + (media / "notes.txt").string() + ": not a photo or video"));
+    EXPECT_THAT(log, ::testing::Not(HasSubstr("partial")));
+    EXPECT_THAT(log, HasSubstr("Stopped watching."));
+    EXPECT_EQ(kept(), 4);
+}
+
+TEST_F(KeeperyWatch, RefusesAFolderThatIsNotThere) {
+    const auto refused = keepery({"watch", (home / "nowhere").string()});
+    EXPECT_EQ(refused.exitStatus, 1);
+    EXPECT_EQ(refused.err, "keepery: " + (home / "nowhere").string() + ": no such folder\n");
+}
+
+// With the real pipeline: what the watcher keeps is processed without another command.
+TEST_F(KeeperyWatch, ProcessesWhatItKeeps) {
+    RunningChild watch(KEEPERY_PATH, {"watch", media.string()}, environment(), home / "watch.log");
+    ASSERT_TRUE(eventually([&] { return watch.output().find("Watching") != std::string::npos; }));
+    copySlowly(media / "harbour.jpg", jpegWith(quadrants(640, 480)));
+    EXPECT_TRUE(eventually(
+        [&] {
+            LibraryStore store(library());
+            return store.stageCounts()[CaptureStage::organized] == 1;
+        },
+        60))
+        << watch.output();
+    watch.signal(SIGINT);
+    EXPECT_EQ(watch.finish(), 0);
+}
+
+} // namespace
+
+namespace {
+
+// What the user service runs: without folders, the pictures folder and the screenshot folder inside it.
+TEST_F(KeeperyWatch, WithoutFoldersWatchesThePicturesFolderAndItsScreenshots) {
+    RunningChild watch(KEEPERY_PATH, {"watch"}, environment(), home / "watch.log");
+    const fs::path pictures = home / "Pictures";
+    ASSERT_TRUE(eventually([&] {
+        return watch.output().find("Watching " + (pictures / "Screenshots").string() + " for screenshots") !=
+               std::string::npos;
+    })) << watch.output();
+    EXPECT_THAT(watch.output(), HasSubstr("Watching " + pictures.string() + " for photos and videos\n"));
+    writeFile(home / "shot.png", pngOf(quadrants(300, 200)));
+    fs::rename(home / "shot.png", pictures / "Screenshots" / "shot.png");
+    EXPECT_TRUE(eventually([&] { return kept(CaptureMedia::screen) == 1; })) << watch.output();
+    watch.signal(SIGINT);
+    EXPECT_EQ(watch.finish(), 0);
+}
+
+} // namespace
