@@ -38,7 +38,7 @@ FUZZ_SECONDS ?= 600
 fuzz-build: setup
 	@cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ \
 		-DKEEPERY_FUZZ=ON -DBUILD_TESTING=OFF >/dev/null
-	@cmake --build build/fuzz -j $(JOBS) --target fuzz-mcp-line fuzz-model-replies
+	@cmake --build build/fuzz -j $(JOBS) --target fuzz-mcp-line fuzz-model-replies fuzz-media
 
 fuzz: fuzz-build
 	@bash fuzz/run build/fuzz $(FUZZ_SECONDS)

@@ -370,7 +370,11 @@ MediaImporter::Imported MediaImporter::photo(const std::filesystem::path& file, 
     if (VipsImages::isHeif(encoded)) {
         try {
             VipsRuntime::ensureStarted();
-            source.decoded = vips::VImage::new_from_buffer(encoded.data(), encoded.size(), "").copy_memory();
+            const auto header = vips::VImage::new_from_buffer(encoded.data(), encoded.size(), "");
+            if (static_cast<std::int64_t>(header.width()) * header.height() > VipsImages::mostPixels) {
+                throw Failure::unreadable(fileName(file));
+            }
+            source.decoded = header.copy_memory();
         } catch (const std::exception&) {
             throw Failure::unreadable(fileName(file));
         }

@@ -25,6 +25,13 @@ bool isHeif(std::span<const std::uint8_t> encoded) {
 
 vips::VImage thumbnail(std::span<const std::uint8_t> encoded, int maxPixel) {
     VipsRuntime::ensureStarted();
+    // Only the header is read here. Some formats (GIF) are decoded whole whatever the thumbnail's size, so
+    // a few bytes claiming a vast canvas would otherwise take gigabytes.
+    const vips::VImage header =
+        vips::VImage::new_from_source(vips::VSource::new_from_memory(encoded.data(), encoded.size()), "");
+    if (static_cast<std::int64_t>(header.width()) * header.height() > mostPixels) {
+        throw vips::VError("the picture has more pixels than can be decoded safely");
+    }
     return vips::VImage::thumbnail_source(vips::VSource::new_from_memory(encoded.data(), encoded.size()),
                                           maxPixel,
                                           vips::VImage::option()

@@ -17,10 +17,13 @@ namespace keepery::VipsImages {
 // container rotates the picture by itself).
 [[nodiscard]] bool isHeif(std::span<const std::uint8_t> encoded);
 
+// The most pixels a picture may have to be decoded: 2^28, a 16384 × 16384 square, past every camera's.
+inline constexpr std::int64_t mostPixels = std::int64_t{1} << 28;
+
 // Decodes `encoded` and shrinks it while loading so that its longest side is at most `maxPixel`, never
 // enlarging; upright (the orientation tag applied, or the HEIF container's own transform). A truncated or
-// corrupt picture fails. `encoded` must outlive the returned image, which is computed lazily. Throws
-// vips::VError.
+// corrupt picture fails, and so does one of more than `mostPixels`. `encoded` must outlive the returned
+// image, which is computed lazily. Throws vips::VError.
 [[nodiscard]] vips::VImage thumbnail(std::span<const std::uint8_t> encoded, int maxPixel);
 
 // `image` decoded into memory as 8-bit sRGB, RGB or RGBA. Throws vips::VError.

@@ -25,6 +25,9 @@ constexpr int smallLineHeight = 24;
 constexpr double enlargement = 1.5;
 // Screens are about 96 pixels per inch; the engine sizes its layout rules by it.
 constexpr int screenResolution = 96;
+// A picture is decoded whole, one byte a pixel, and enlarged by half again when its text is small: past
+// this many pixels (twice an 8K screen) a few bytes of a crafted file would claim gigabytes.
+constexpr std::int64_t mostPixels = 64'000'000;
 
 std::vector<std::string> installedLanguages() {
     // A throwaway engine tells where the data lies and what it holds; only English is needed for that.
@@ -122,6 +125,10 @@ Gray decode(std::span<const std::uint8_t> bytes) {
     }
     try {
         vips::VImage image = vips::VImage::new_from_buffer(bytes.data(), bytes.size(), "");
+        if (static_cast<std::int64_t>(image.width()) * image.height() > mostPixels) {
+            throw std::runtime_error("The picture is too large to read: " + std::to_string(image.width()) +
+                                     " × " + std::to_string(image.height()) + " pixels.");
+        }
         if (image.has_alpha()) {
             image = image.flatten(vips::VImage::option()->set("background", std::vector<double>{255}));
         }

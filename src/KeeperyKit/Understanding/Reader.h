@@ -33,8 +33,8 @@ private:
 // The recognised text of the first image (page, frame) of `bytes`, in any format libvips reads: one line
 // per text line in reading order, joined by single line feeds, with no line feed at the end and empty
 // lines left out; the empty string for an image without text. Throws Failure when the bytes are not an
-// image, std::runtime_error when no engine can be loaded (no English language data installed) or the
-// engine fails.
+// image, std::runtime_error when the picture has more than 64 million pixels, when no engine can be loaded
+// (no English language data installed) or when the engine fails.
 [[nodiscard]] std::string text(std::span<const std::uint8_t> bytes);
 
 // The language packs recognition uses: English first, then every other installed one (the Tesseract data
