@@ -23,8 +23,10 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 using namespace keepery;
@@ -81,6 +83,22 @@ double statusMB(int pid, const std::string& field) {
         }
     }
     return 0;
+}
+
+// The processor time the process has used so far, in milliseconds (all its threads, user and system).
+double cpuMilliseconds(int pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    // The fields after the command's closing parenthesis; utime and stime are the 12th and 13th of them.
+    std::istringstream fields(text.substr(text.rfind(')') + 2));
+    std::string field;
+    double ticks = 0;
+    for (int i = 1; i <= 13 && fields >> field; ++i) {
+        if (i >= 12) {
+            ticks += std::strtod(field.c_str(), nullptr);
+        }
+    }
+    return ticks * 1000.0 / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 // The queries an assistant sends: one to three words, most about what the library holds, some matching
@@ -156,9 +174,25 @@ private:
     std::int64_t id_ = 0;
 };
 
-void line(const char* what, const Samples& samples) {
-    std::printf("  %-34s %9.2f ms median %9.2f ms p95  (%zu)\n", what, samples.median(),
-                samples.quantile(0.95), samples.size());
+// The machine's load average over the last minute: on a shared machine, figures taken under a load
+// above the number of cores include time spent waiting for one.
+std::string loadAverage() {
+    std::ifstream file("/proc/loadavg");
+    std::string first;
+    file >> first;
+    return first;
+}
+
+// Wall times of one tool, and the server's processor time per call (which a busy machine inflates less).
+struct Timings {
+    Samples wall;
+    double cpu = 0;
+};
+
+void line(const char* what, const Timings& timings) {
+    std::printf("  %-40s %8.2f ms median %8.2f ms p95 %7.2f ms cpu/call (%zu)\n", what, timings.wall.median(),
+                timings.wall.quantile(0.95), timings.cpu / static_cast<double>(timings.wall.size()),
+                timings.wall.size());
 }
 
 void run(std::size_t captures) {
@@ -207,32 +241,35 @@ void run(std::size_t captures) {
     Server server(environment);
     server.initialize();
     (void)server.tool("search_keepery", search(0));
-    Samples warm;
+    Timings warm;
+    const auto timed = [&](Timings& into, const std::string& name, const json& arguments) {
+        const double cpuBefore = cpuMilliseconds(server.pid());
+        into.wall.add(server.timed(name, arguments));
+        into.cpu += cpuMilliseconds(server.pid()) - cpuBefore;
+    };
     for (std::size_t i = 0; i < 60; ++i) {
-        warm.add(server.timed("search_keepery", search(i)));
+        timed(warm, "search_keepery", search(i));
     }
     std::set<std::string> kinds;
     for (std::size_t i = 0; i < std::min<std::size_t>(captures, 500); ++i) {
         kinds.emplace(sample.capture(i).description.kind.rawValue());
     }
-    Samples recent, byKind, byCollectionID, byCollectionName, capture, collections;
+    Timings recent, byKind, byCollectionID, byCollectionName, capture, collections;
     for (std::size_t i = 0; i < 30; ++i) {
-        recent.add(server.timed("recent_captures", json{{"limit", 10}}));
+        timed(recent, "recent_captures", json{{"limit", 10}});
         auto kind = kinds.begin();
         std::advance(kind, static_cast<std::ptrdiff_t>(i % kinds.size()));
-        byKind.add(server.timed("recent_captures", json{{"kind", *kind}, {"limit", 10}}));
+        timed(byKind, "recent_captures", json{{"kind", *kind}, {"limit", 10}});
         const CaptureCollection& collection = sample.collections()[(i * 37) % sample.collections().size()];
-        byCollectionID.add(
-            server.timed("recent_captures", json{{"collection", collection.id}, {"limit", 10}}));
-        byCollectionName.add(
-            server.timed("recent_captures", json{{"collection", collection.name}, {"limit", 10}}));
-        capture.add(server.timed("get_capture", json{{"id", sample.captureID((i * 7919) % captures)}}));
-        collections.add(server.timed("list_collections", json::object()));
+        timed(byCollectionID, "recent_captures", json{{"collection", collection.id}, {"limit", 10}});
+        timed(byCollectionName, "recent_captures", json{{"collection", collection.name}, {"limit", 10}});
+        timed(capture, "get_capture", json{{"id", sample.captureID((i * 7919) % captures)}});
+        timed(collections, "list_collections", json::object());
     }
 
-    std::printf("  %-34s %9.2f ms median %9.2f ms max  (%zu)\n", "first search, from process start",
+    std::printf("  %-40s %8.2f ms median %8.2f ms max (%zu)\n", "first search, from process start",
                 firstFromStart.median(), firstFromStart.quantile(1), firstFromStart.size());
-    std::printf("  %-34s %9.2f ms median %9.2f ms max  (%zu)\n", "first search, 3.5 s after start",
+    std::printf("  %-40s %8.2f ms median %8.2f ms max (%zu)\n", "first search, 3.5 s after start",
                 firstAfterPause.median(), firstAfterPause.quantile(1), firstAfterPause.size());
     line("search_keepery, warm", warm);
     line("recent_captures", recent);
@@ -243,6 +280,8 @@ void run(std::size_t captures) {
     line("list_collections", collections);
     std::printf("  keepery-mcp memory: %.0f MB resident, peak %.0f MB\n", statusMB(server.pid(), "VmRSS"),
                 statusMB(server.pid(), "VmHWM"));
+    std::printf("  load average %s on %u cores while timed\n", loadAverage().c_str(),
+                std::thread::hardware_concurrency());
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include "Store/FullTextRows.h"
 #include "Store/LibraryFilter.h"
 
+#include <array>
 #include <chrono>
 #include <concepts>
 #include <cstdint>
@@ -55,6 +56,14 @@ public:
     // (the migration then leaves nothing behind).
     explicit LibraryStore(std::filesystem::path root, const Clock& clock = Clock::system(),
                           const Files& files = Files::local());
+
+    // A second, read-only connection to the existing library at `root`, for reading on another thread:
+    // makes no directory and migrates nothing. Throws Database::Failure when it cannot be opened.
+    struct ReadOnly {};
+    LibraryStore(ReadOnly, std::filesystem::path root);
+
+    // Makes the operation running on another thread stop soon and throw Database::Failure. Any thread.
+    void interrupt() { db_.interrupt(); }
 
     LibraryStore(const LibraryStore&) = delete;
     LibraryStore& operator=(const LibraryStore&) = delete;
@@ -181,6 +190,9 @@ public:
         }
     };
     [[nodiscard]] VectorRows vectorRows(const std::string& model, VectorSpace space);
+    // The vectors of `model` in both spaces from one pass over the table, indexed by the space's value;
+    // each space's rows in the order `vectorRows(model, space)` gives them.
+    [[nodiscard]] std::array<VectorRows, 2> vectorRows(const std::string& model);
 
     // --- Listings and counts --------------------------------------------------------------------------
 
@@ -189,6 +201,17 @@ public:
 
     // Every collection with its current member count (0 included), most recently updated first.
     [[nodiscard]] std::vector<CaptureCollection> collections();
+
+    // What shows a collection to a person, read without counting its members.
+    struct CollectionName {
+        std::string id;
+        std::string name;
+        std::string emoji;
+    };
+    // Every collection, most recently updated first (the order of `collections()`).
+    [[nodiscard]] std::vector<CollectionName> collectionNames();
+    // The collections with these ids, in no particular order; ids without a row are skipped.
+    [[nodiscard]] std::vector<CollectionName> collectionNames(const std::vector<std::string>& ids);
 
     struct Membership {
         std::string captureID;
@@ -260,6 +283,11 @@ private:
     // The one capture read: the row fetch with its tag list, decoded, in SQLite's order.
     std::vector<Capture> capturesWhere(const std::string& condition, std::vector<Database::Value> values,
                                        std::int64_t limit, const std::string& order);
+    // At most `limit` captures that meet `condition`, newest first and the later row first among equal
+    // times: the ids are found reading no more of each row than the condition and the order need, through
+    // the time index or through `index` (a null index: the time index only), then those rows are read.
+    std::vector<Capture> newestWhere(const std::string& condition, const std::vector<Database::Value>& values,
+                                     const char* index, std::int64_t limit);
 
     const Clock& clock_;
     const Files& files_;

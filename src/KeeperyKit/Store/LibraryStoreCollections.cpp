@@ -1,6 +1,9 @@
 // Collections: insert, filing captures, renames, dropping empty ones, and the listing with member counts.
 #include "Store/LibraryStore.h"
 
+#include <algorithm>
+#include <unordered_map>
+
 namespace keepery {
 
 void LibraryStore::insertCollection(const CaptureCollection& collection) {
@@ -39,37 +42,73 @@ void LibraryStore::dropEmptyCollections() {
 }
 
 std::vector<CaptureCollection> LibraryStore::collections() {
+    // The members are counted in one walk of the collection index rather than one look-up per collection.
+    std::unordered_map<std::string, std::int64_t> counts;
+    db_.forEachRow("SELECT collection_id, count(*) FROM captures WHERE collection_id IS NOT NULL GROUP BY "
+                   "collection_id",
+                   {}, [&](const Database::Cursor& cursor) {
+                       if (const auto id = cursor.text(0)) {
+                           counts.try_emplace(std::string(*id), cursor.value(1).asInt().value_or(0));
+                       }
+                   });
     std::vector<CaptureCollection> collections;
-    for (const Database::Row& row :
-         db_.query("SELECT c.*, (SELECT count(*) FROM captures WHERE collection_id = c.id) AS n\n"
-                   "FROM collections c ORDER BY c.updated_at DESC")) {
-        auto get = [&row](const char* name) -> const Database::Value* {
-            auto it = row.find(name);
-            return it == row.end() ? nullptr : &it->second;
-        };
-        auto text = [&](const char* name) {
-            const Database::Value* v = get(name);
-            const std::string* s = v ? v->textPointer() : nullptr;
-            return s ? *s : std::string();
-        };
-        auto real = [&](const char* name) {
-            const Database::Value* v = get(name);
-            return v ? v->asDouble().value_or(0) : 0.0;
-        };
-        auto integer = [&](const char* name) {
-            const Database::Value* v = get(name);
-            return v ? v->asInt().value_or(0) : std::int64_t{0};
-        };
-        collections.push_back(CaptureCollection{.id = text("id"),
-                                                .name = text("name"),
-                                                .emoji = text("emoji"),
-                                                .createdAt = real("created_at"),
-                                                .updatedAt = real("updated_at"),
-                                                .count = integer("n"),
-                                                .namedAtCount = integer("named_at_count"),
-                                                .userNamed = integer("user_named") != 0});
-    }
+    db_.forEachRow(
+        "SELECT id, name, emoji, created_at, updated_at, named_at_count, user_named FROM collections\n"
+        "ORDER BY updated_at DESC",
+        {}, [&](const Database::Cursor& cursor) {
+            const auto text = [&](int column) { return cursor.value(column).asText().value_or(""); };
+            const auto real = [&](int column) { return cursor.value(column).asDouble().value_or(0); };
+            const auto integer = [&](int column) { return cursor.value(column).asInt().value_or(0); };
+            CaptureCollection collection{.id = text(0),
+                                         .name = text(1),
+                                         .emoji = text(2),
+                                         .createdAt = real(3),
+                                         .updatedAt = real(4),
+                                         .count = 0,
+                                         .namedAtCount = integer(5),
+                                         .userNamed = integer(6) != 0};
+            if (const auto count = counts.find(collection.id); count != counts.end()) {
+                collection.count = count->second;
+            }
+            collections.push_back(std::move(collection));
+        });
     return collections;
+}
+
+namespace {
+
+LibraryStore::CollectionName collectionName(const Database::Cursor& cursor) {
+    return {cursor.value(0).asText().value_or(""), cursor.value(1).asText().value_or(""),
+            cursor.value(2).asText().value_or("")};
+}
+
+} // namespace
+
+std::vector<LibraryStore::CollectionName> LibraryStore::collectionNames() {
+    std::vector<CollectionName> names;
+    db_.forEachRow("SELECT id, name, emoji FROM collections ORDER BY updated_at DESC", {},
+                   [&](const Database::Cursor& cursor) { names.push_back(collectionName(cursor)); });
+    return names;
+}
+
+std::vector<LibraryStore::CollectionName> LibraryStore::collectionNames(const std::vector<std::string>& ids) {
+    std::vector<CollectionName> names;
+    // One statement holds at most 32766 parameters; a longer list is read in parts.
+    constexpr std::size_t partSize = 10000;
+    for (std::size_t start = 0; start < ids.size(); start += partSize) {
+        const std::size_t end = std::min(ids.size(), start + partSize);
+        std::string sql = "SELECT id, name, emoji FROM collections WHERE id IN (";
+        std::vector<Database::Value> values;
+        values.reserve(end - start);
+        for (std::size_t i = start; i < end; ++i) {
+            sql += i == start ? "?" : ",?";
+            values.emplace_back(ids[i]);
+        }
+        sql += ")";
+        db_.forEachRow(sql, values,
+                       [&](const Database::Cursor& cursor) { names.push_back(collectionName(cursor)); });
+    }
+    return names;
 }
 
 } // namespace keepery

@@ -94,10 +94,20 @@ std::string longText(const std::string& text) {
 // Collection id → "<emoji> <name>". A listing that cannot read the collections shows no label.
 using Labels = std::unordered_map<std::string, std::string>;
 
-Labels labels(LibraryStore& store) {
+// The labels of the collections `captures` are filed in, and of no others.
+Labels labels(LibraryStore& store, std::span<const Capture> captures) {
+    std::vector<std::string> ids;
+    for (const Capture& capture : captures) {
+        if (capture.collectionID && std::find(ids.begin(), ids.end(), *capture.collectionID) == ids.end()) {
+            ids.push_back(*capture.collectionID);
+        }
+    }
     Labels found;
+    if (ids.empty()) {
+        return found;
+    }
     try {
-        for (const CaptureCollection& collection : store.collections()) {
+        for (const LibraryStore::CollectionName& collection : store.collectionNames(ids)) {
             found.try_emplace(collection.id, collection.emoji + " " + collection.name);
         }
     } catch (const std::exception&) {
@@ -275,15 +285,12 @@ std::string MCPServer::searchKeepery(const json& arguments) {
         throw ToolFailure("'query' must be a non-empty string.");
     }
     const auto limit = static_cast<std::size_t>(limitArgument(arguments, 8, 25));
-    std::vector<Capture> found = library_.search(query);
-    if (found.size() > limit) {
-        found.resize(limit);
-    }
+    const std::vector<Capture> found = library_.search(query, limit);
     if (found.empty()) {
         return "Nothing in Keepery matches “" + query + "”.";
     }
     return "Keepery for “" + query + "” (" + std::to_string(found.size()) + "):\n\n" +
-           listingsWith(found, labels(store_));
+           listingsWith(found, labels(store_, found));
 }
 
 std::string MCPServer::recentCaptures(const json& arguments) {
@@ -292,8 +299,8 @@ std::string MCPServer::recentCaptures(const json& arguments) {
     const std::optional<std::string> collection = stringArgument(arguments, "collection");
     const std::optional<std::string> kind = stringArgument(arguments, "kind");
     if (collection && !collection->empty()) {
-        const std::vector<CaptureCollection> all = store_.collections();
-        const auto found = std::find_if(all.begin(), all.end(), [&](const CaptureCollection& c) {
+        const std::vector<LibraryStore::CollectionName> all = store_.collectionNames();
+        const auto found = std::find_if(all.begin(), all.end(), [&](const LibraryStore::CollectionName& c) {
             return c.id == *collection || Text::equalsIgnoringCase(c.name, *collection);
         });
         if (found == all.end()) {
@@ -311,7 +318,7 @@ std::string MCPServer::recentCaptures(const json& arguments) {
     if (found.empty()) {
         return "Nothing kept there yet.";
     }
-    return listingsWith(found, labels(store_));
+    return listingsWith(found, labels(store_, found));
 }
 
 std::string MCPServer::getCapture(const json& arguments) {
@@ -339,7 +346,7 @@ std::string MCPServer::listCollections() {
 }
 
 std::string MCPServer::listing(const Capture& capture) {
-    return listingWith(capture, labels(store_));
+    return listingWith(capture, labels(store_, std::span(&capture, 1)));
 }
 
 std::string MCPServer::full(const Capture& capture) {
