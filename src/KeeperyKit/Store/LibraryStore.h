@@ -283,6 +283,8 @@ private:
     // The one capture read: the row fetch with its tag list, decoded, in SQLite's order.
     std::vector<Capture> capturesWhere(const std::string& condition, std::vector<Database::Value> values,
                                        std::int64_t limit, const std::string& order);
+    // Runs `body`'s reads in one read transaction, so that they all see the same rows.
+    void snapshot(const std::function<void()>& body);
     // At most `limit` captures that meet `condition`, newest first and the later row first among equal
     // times: the ids are found reading no more of each row than the condition and the order need, through
     // the time index or through `index` (a null index: the time index only), then those rows are read.

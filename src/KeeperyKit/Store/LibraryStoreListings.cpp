@@ -50,59 +50,86 @@ std::vector<Capture> LibraryStore::captures(const LibraryFilter& filter, std::in
     return {};
 }
 
+void LibraryStore::snapshot(const std::function<void()>& body) {
+    db_.execute("BEGIN");
+    try {
+        body();
+    } catch (...) {
+        try {
+            db_.execute("ROLLBACK");
+        } catch (const Database::Failure&) {
+        }
+        throw;
+    }
+    db_.execute("COMMIT");
+}
+
 std::vector<Capture> LibraryStore::newestWhere(const std::string& condition, const std::vector<Value>& values,
                                                const char* index, std::int64_t limit) {
-    // Which way finds the ids sooner. A walk down the time index stops once `limit` captures have matched,
-    // after about limit × all / matching rows, each read past its long texts to the tested column; the
-    // condition's own index gives every match, each read only for its time, then sorted.
-    bool walk = index == nullptr;
-    if (!walk) {
-        std::int64_t matching = 0;
-        std::int64_t all = 0;
-        db_.forEachRow("SELECT count(*), (SELECT max(rowid) FROM captures) FROM captures c INDEXED BY " +
-                           std::string(index) + " WHERE " + condition,
-                       values, [&](const Database::Cursor& cursor) {
-                           matching = cursor.value(0).asInt().value_or(0);
-                           all = cursor.value(1).asInt().value_or(0);
-                       });
-        if (matching == 0) {
-            return {};
-        }
-        walk = limit >= 0 && 2.0 * static_cast<double>(limit) * static_cast<double>(all) <
-                                 static_cast<double>(matching) * static_cast<double>(matching);
-    }
     std::vector<Value> bound = values;
     bound.emplace_back(limit);
     std::vector<std::string> ids;
-    db_.forEachRow("SELECT c.id FROM captures c INDEXED BY " +
-                       std::string(walk ? "idx_captures_created" : index) + " WHERE " + condition +
-                       " ORDER BY c.created_at DESC, c.rowid DESC LIMIT ?",
-                   bound, [&](const Database::Cursor& cursor) {
-                       if (auto id = cursor.value(0).asText()) {
-                           ids.push_back(std::move(*id));
-                       }
-                   });
-    return captures(ids);
+    const auto findIDs = [&](const std::string& from) {
+        ids.clear();
+        db_.forEachRow("SELECT c.id FROM " + from + " WHERE " + condition +
+                           " ORDER BY c.created_at DESC, c.rowid DESC LIMIT ?",
+                       bound, [&](const Database::Cursor& cursor) {
+                           if (auto id = cursor.value(0).asText()) {
+                               ids.push_back(std::move(*id));
+                           }
+                       });
+    };
+    std::vector<Capture> found;
+    snapshot([&] {
+        try {
+            // Which way finds the ids sooner. A walk down the time index stops once `limit` captures have
+            // matched, after about limit × all / matching rows, each read past its long texts to the tested
+            // column; the condition's own index gives every match, each read only for its time, then sorted.
+            bool walk = index == nullptr;
+            if (!walk) {
+                std::int64_t matching = 0;
+                std::int64_t all = 0;
+                db_.forEachRow(
+                    "SELECT count(*), (SELECT max(rowid) FROM captures) FROM captures c INDEXED BY " +
+                        std::string(index) + " WHERE " + condition,
+                    values, [&](const Database::Cursor& cursor) {
+                        matching = cursor.value(0).asInt().value_or(0);
+                        all = cursor.value(1).asInt().value_or(0);
+                    });
+                if (matching == 0) {
+                    return;
+                }
+                walk = limit >= 0 && 2.0 * static_cast<double>(limit) * static_cast<double>(all) <
+                                         static_cast<double>(matching) * static_cast<double>(matching);
+            }
+            findIDs("captures c INDEXED BY " + std::string(walk ? "idx_captures_created" : index));
+        } catch (const Database::Failure&) {
+            // A library made elsewhere may lack an index: SQLite then finds the same ids its own way.
+            findIDs("captures c");
+        }
+        found = captures(ids);
+    });
+    return found;
 }
 
 std::vector<LibraryStore::Membership> LibraryStore::memberships(std::int64_t limit) {
     // Three walks of indexes alone, never of the rows with their long texts: the listing's order from the
     // time index it walks itself, each id from the key's index, each collection from the collection's
-    // index; in one read transaction, so that all three see the same rows.
-    db_.execute("BEGIN");
-    try {
+    // index; in one snapshot, so that all three see the same rows.
+    std::vector<Membership> found;
+    snapshot([&] {
         std::vector<std::int64_t> order;
-        db_.forEachRow(
-            "SELECT c.rowid FROM captures c INDEXED BY idx_captures_created ORDER BY c.created_at DESC "
-            "LIMIT ?",
-            {limit},
-            [&](const Database::Cursor& cursor) { order.push_back(cursor.value(0).asInt().value_or(0)); });
+        db_.forEachRow("SELECT c.rowid FROM captures c INDEXED BY idx_captures_created ORDER BY c.created_at "
+                       "DESC LIMIT ?",
+                       {limit}, [&](const Database::Cursor& cursor) {
+                           order.push_back(cursor.value(0).asInt().value_or(0));
+                       });
         std::unordered_map<std::int64_t, std::size_t> position;
         position.reserve(order.size());
         for (std::size_t i = 0; i < order.size(); ++i) {
             position.emplace(order[i], i);
         }
-        std::vector<Membership> found(order.size());
+        found.resize(order.size());
         const auto each = [&](const std::string& sql,
                               const std::function<void(Membership&, std::string_view)>& set) {
             db_.forEachRow(sql, {}, [&](const Database::Cursor& cursor) {
@@ -117,15 +144,8 @@ std::vector<LibraryStore::Membership> LibraryStore::memberships(std::int64_t lim
              [](Membership& membership, std::string_view id) { membership.captureID = id; });
         each("SELECT rowid, collection_id FROM captures WHERE collection_id IS NOT NULL",
              [](Membership& membership, std::string_view id) { membership.collectionID.emplace(id); });
-        db_.execute("COMMIT");
-        return found;
-    } catch (...) {
-        try {
-            db_.execute("ROLLBACK");
-        } catch (const Database::Failure&) {
-        }
-        throw;
-    }
+    });
+    return found;
 }
 
 LibraryStore::Generation LibraryStore::generation() {
