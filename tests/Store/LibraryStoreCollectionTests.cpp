@@ -44,6 +44,9 @@ TEST_F(Collections, ListingCountsMembersAndPutsTheLatestUpdateFirst) {
     store.dropEmptyCollections();
     EXPECT_EQ(idsOf(store.collections()), std::vector<std::string>{"old"});
     EXPECT_EQ(store.capture("a")->collectionID, "old");
+    // Another connection's rename shows at once, though the listing is kept between calls.
+    raw.run("UPDATE collections SET name = 'Renamed' WHERE id = 'old'");
+    EXPECT_EQ(store.collections().front().name, "Renamed");
 }
 
 TEST_F(Collections, MovingFilesOnlyWhileSettingAlsoFinishesProcessing) {

@@ -199,7 +199,8 @@ public:
     // At most `limit` captures that pass the filter, newest kept first.
     [[nodiscard]] std::vector<Capture> captures(const LibraryFilter& filter, std::int64_t limit);
 
-    // Every collection with its current member count (0 included), most recently updated first.
+    // Every collection with its current member count (0 included), most recently updated first. Kept
+    // from the last call while nobody has written to the database since.
     [[nodiscard]] std::vector<CaptureCollection> collections();
 
     // What shows a collection to a person, read without counting its members.
@@ -296,6 +297,9 @@ private:
     std::filesystem::path root_;
     Database db_;
     FullTextRows ftsRows_;
+    // The last collection listing, and the mark of the database it was read at.
+    std::optional<Generation> collectionsGeneration_;
+    std::vector<CaptureCollection> collections_;
 };
 
 } // namespace keepery

@@ -42,6 +42,10 @@ void LibraryStore::dropEmptyCollections() {
 }
 
 std::vector<CaptureCollection> LibraryStore::collections() {
+    const Generation now = generation();
+    if (collectionsGeneration_ == now) {
+        return collections_;
+    }
     // The members are counted in one walk of the collection index rather than one look-up per collection.
     std::unordered_map<std::string, std::int64_t> counts;
     db_.forEachRow("SELECT collection_id, count(*) FROM captures WHERE collection_id IS NOT NULL GROUP BY "
@@ -72,6 +76,8 @@ std::vector<CaptureCollection> LibraryStore::collections() {
             }
             collections.push_back(std::move(collection));
         });
+    collections_ = collections;
+    collectionsGeneration_ = now;
     return collections;
 }
 
