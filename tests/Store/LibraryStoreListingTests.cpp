@@ -103,6 +103,9 @@ TEST_F(Listings, FilteredListingsBreakTiesOfTimeTheSameWayWhicheverIndexFindsThe
         EXPECT_EQ(idsOf(store.captures(LibraryFilter::favorites(), limit)),
                   expected([](const Kept& k) { return k.favorite; }, n))
             << limit;
+        EXPECT_EQ(idsOf(store.captures(LibraryFilter::collection("c"), limit)),
+                  expected([](const Kept& k) { return k.filed; }, n))
+            << limit;
         EXPECT_EQ(idsOf(store.captures(LibraryFilter::unsorted(), limit)),
                   expected([](const Kept& k) { return !k.filed; }, n))
             << limit;

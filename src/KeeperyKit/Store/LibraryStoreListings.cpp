@@ -29,7 +29,7 @@ std::vector<Capture> LibraryStore::captures(const LibraryFilter& filter, std::in
     const std::string order = "c.created_at DESC";
     switch (filter.which()) {
     case LibraryFilter::Case::collection:
-        return capturesWhere("c.collection_id = ?", {text()}, limit, order);
+        return newestWhere("c.collection_id = ?", {text()}, "idx_captures_collection", limit);
     case LibraryFilter::Case::kind:
         return newestWhere("c.kind = ?", {std::get<CaptureKind>(payload).rawValue()}, "idx_captures_kind",
                            limit);
