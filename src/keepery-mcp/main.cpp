@@ -73,6 +73,9 @@ int main(int argc, char** /*argv*/) {
                     {.visionModel = chooseVisionModel(),
                      .embeddingModel = std::string(Models::embedding),
                      .organizer = Organizer()});
+    // The first search would otherwise read every vector itself; the reading starts now, beside the
+    // replies.
+    library.preload();
     MCPServer server(library, *store, SystemInfo::version());
 
     std::ios::sync_with_stdio(false);

@@ -944,7 +944,7 @@ int search(const SearchOptions& options) {
     if (options.json) {
         print(json{{"query", query}, {"results", capturesJSON(found, *session.store)}});
     } else {
-        std::cout << ToolTexts::searchText(query, found, ToolTexts::labels(*session.store)) << "\n";
+        std::cout << ToolTexts::searchText(query, found, ToolTexts::labels(*session.store, found)) << "\n";
     }
     return 0;
 }
@@ -962,7 +962,7 @@ int recent(const RecentOptions& options) {
     if (options.json) {
         print(capturesJSON(found, *session.store));
     } else {
-        std::cout << ToolTexts::recentText(found, ToolTexts::labels(*session.store)) << "\n";
+        std::cout << ToolTexts::recentText(found, ToolTexts::labels(*session.store, found)) << "\n";
     }
     return 0;
 }
@@ -973,7 +973,8 @@ int show(const std::string& id, bool asJSON) {
     if (asJSON) {
         print(captureJSON(capture, *session.store, session.store->collections(), true));
     } else {
-        std::cout << ToolTexts::full(capture, ToolTexts::labels(*session.store)) << "\n";
+        std::cout << ToolTexts::full(capture, ToolTexts::labels(*session.store, std::span(&capture, 1)))
+                  << "\n";
     }
     return 0;
 }

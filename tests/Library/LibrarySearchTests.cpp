@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 using namespace keepery;
 using keepery::testing::FakeModelService;
@@ -283,7 +284,9 @@ TEST_F(LibrarySearch, ChangesByAnotherConnectionAreSeenByTheNextSearch) {
 }
 
 // The kept vectors and memberships answer exactly as reading everything afresh does, through the
-// Library's own writes, another connection's, ties in time and vectors of an unexpected length.
+// Library's own writes, another connection's, ties in time and vectors of an unexpected length; whether
+// the scan is shared between threads, and whether a search races the background load or comes after a
+// write that made the load stale.
 TEST(LibrarySearchAtScale, AnswersExactlyAsReadingEverythingAfresh) {
     keepery::testing::TemporaryDirectory directory;
     LibraryStore store(directory.path() / "Library");
@@ -305,20 +308,40 @@ TEST(LibrarySearchAtScale, AnswersExactlyAsReadingEverythingAfresh) {
         service.setEmbedding(EmbeddingText::query(queries.back()), std::vector<double>(v.begin(), v.end()));
     }
     queries.push_back("the and of");
-    Library library({.store = store, .client = OllamaClient(service.host())},
-                    {.visionModel = "vision", .embeddingModel = options.embeddingModel});
+    // Three uneven parts of the scan on threads of their own.
+    const auto makeLibrary = [&] {
+        return std::make_unique<Library>(
+            Library::Services{.store = store, .client = OllamaClient(service.host())},
+            Library::Options{.visionModel = "vision",
+                             .embeddingModel = options.embeddingModel,
+                             .scan = {.threads = 3, .leastRowsPerThread = 1}});
+    };
+    const std::unique_ptr<Library> threaded = makeLibrary();
+    Library& library = *threaded;
     ReferenceSearch reference(store, OllamaClient(service.host()), options.embeddingModel);
 
-    const auto agree = [&](const char* when) {
+    const auto agreeOf = [&](Library& searched, const char* when) {
         for (const std::string& query : queries) {
             const SearchFindings expected = reference.findings(query);
-            EXPECT_EQ(library.findings(query), expected) << when << ": " << query;
+            EXPECT_EQ(searched.findings(query), expected) << when << ": " << query;
+            SearchFindings firstThree = expected;
+            firstThree.hits.resize(std::min<std::size_t>(3, expected.hits.size()));
+            EXPECT_EQ(searched.findings(query, 3), firstThree) << when << ": the first three for " << query;
         }
         for (std::size_t i = 0; i < sample.size(); i += 37) {
             const std::string id = sample.captureID(i);
-            EXPECT_EQ(library.related(id, 8), reference.related(id, 8)) << when << ": related to " << id;
+            EXPECT_EQ(searched.related(id, 8), reference.related(id, 8)) << when << ": related to " << id;
         }
     };
+    const auto agree = [&](const char* when) { agreeOf(library, when); };
+    // A search straight after the load starts waits for it; one well after finds it done.
+    const std::unique_ptr<Library> racing = makeLibrary();
+    racing->preload();
+    agreeOf(*racing, "racing the load");
+    const std::unique_ptr<Library> waited = makeLibrary();
+    waited->preload();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    agreeOf(*waited, "after the load");
     agree("fresh");
     // Two captures of another topic kept in the same second join the collection each query finds first,
     // so rankings complete collections and the listing's order among equal times decides theirs.
@@ -352,11 +375,21 @@ TEST(LibrarySearchAtScale, AnswersExactlyAsReadingEverythingAfresh) {
     library.move(sample.captureID(5), std::nullopt);
     agree("after the Library's edits");
 
+    // A load that a later write makes stale is not used, whoever wrote.
+    const std::unique_ptr<Library> stale = makeLibrary();
+    stale->preload();
     LibraryStore other(directory.path() / "Library");
     other.deleteCapture(sample.captureID(8));
     other.setEmbedding(sample.captureID(9), options.embeddingModel,
                        {{VectorSpace::look, std::vector<float>(5, 0.1f)}});
     agree("after another connection's writes, with a vector of another length");
+    agreeOf(*stale, "after writes made the load stale");
+    const std::unique_ptr<Library> ownWrite = makeLibrary();
+    ownWrite->preload();
+    ownWrite->deleteCapture(sample.captureID(11));
+    agreeOf(*ownWrite, "after the Library's own write made the load stale");
+    // A Library dropped while it loads stops the load.
+    makeLibrary()->preload();
 }
 
 } // namespace

@@ -29,6 +29,14 @@ TEST_F(Collections, ListingCountsMembersAndPutsTheLatestUpdateFirst) {
     EXPECT_EQ(listed[0], (CaptureCollection{"new", "New", "\U0001F35C", 200, 300, 1, 0, true}));
     EXPECT_EQ(listed[1].count, 0) << "a collection without members is listed with count 0";
     EXPECT_EQ(listed[2], (CaptureCollection{"old", "Old", "\U0001F4DA", 100, 100, 2, 3, false}));
+    // The names alone come in the listing's order; asked by id, unknown ids are skipped.
+    std::vector<std::string> named;
+    for (const auto& name : store.collectionNames()) {
+        named.push_back(name.id + " " + name.emoji + " " + name.name);
+    }
+    EXPECT_EQ(named, (std::vector<std::string>{"new \U0001F35C New", "mid  Mid", "old \U0001F4DA Old"}));
+    const auto some = store.collectionNames({"old", "nowhere", "mid"});
+    EXPECT_EQ(some.size(), 2u);
 
     // Moving every member away leaves the collection listed, empty, until empty ones are dropped.
     store.moveCapture("c", std::nullopt);
@@ -36,6 +44,9 @@ TEST_F(Collections, ListingCountsMembersAndPutsTheLatestUpdateFirst) {
     store.dropEmptyCollections();
     EXPECT_EQ(idsOf(store.collections()), std::vector<std::string>{"old"});
     EXPECT_EQ(store.capture("a")->collectionID, "old");
+    // Another connection's rename shows at once, though the listing is kept between calls.
+    raw.run("UPDATE collections SET name = 'Renamed' WHERE id = 'old'");
+    EXPECT_EQ(store.collections().front().name, "Renamed");
 }
 
 TEST_F(Collections, MovingFilesOnlyWhileSettingAlsoFinishesProcessing) {

@@ -4,6 +4,7 @@
 
 #include "Platform/Text.h"
 
+#include <functional>
 #include <random>
 
 namespace keepery::testing {
@@ -52,6 +53,69 @@ TEST_F(Listings, EachFilterListsItsCapturesNewestFirst) {
     EXPECT_EQ(store.count(), 14);
     EXPECT_EQ(store.count(1200), 2);
     EXPECT_EQ(store.count(1e12), 0);
+}
+
+// Listings that walk the time index and those that sort their own index's matches agree on one order:
+// newest first, and among captures kept at the same moment, the one stored later first.
+TEST_F(Listings, FilteredListingsBreakTiesOfTimeTheSameWayWhicheverIndexFindsThem) {
+    struct Kept {
+        std::string id;
+        Instant at;
+        CaptureKind kind;
+        bool favorite;
+        bool filed;
+    };
+    std::vector<Kept> kept;
+    store.insertCollection({"c", "C", "", 1, 1, 0, 0, false});
+    for (int i = 0; i < 80; ++i) {
+        // Eight moments, ten captures each, stored out of time order; few recipes, many code screens.
+        const Kept k{"k" + std::to_string(i), 100.0 * ((i * 3) % 8),
+                     i % 13 == 0 ? CaptureKind::recipe : CaptureKind::code, i % 7 == 0, i % 2 == 0};
+        store.insert(screen(k.id, k.at, i % 3 == 0 ? "Xcode" : "Safari"));
+        store.setDescribed(k.id, Described{"t", "", k.kind, {}, {}, {}});
+        store.setFavorite(k.id, k.favorite);
+        store.moveCapture(k.id, k.filed ? std::optional<std::string>("c") : std::nullopt);
+        kept.push_back(k);
+    }
+    const auto expected = [&](const std::function<bool(const Kept&)>& passes, std::size_t limit) {
+        std::vector<std::size_t> order;
+        for (std::size_t i = kept.size(); i-- > 0;) {
+            if (passes(kept[i])) {
+                order.push_back(i);
+            }
+        }
+        std::stable_sort(order.begin(), order.end(),
+                         [&](std::size_t a, std::size_t b) { return kept[a].at > kept[b].at; });
+        Strings ids;
+        for (std::size_t i = 0; i < std::min(limit, order.size()); ++i) {
+            ids.push_back(kept[order[i]].id);
+        }
+        return ids;
+    };
+    for (const std::int64_t limit : {1, 3, 12, 100}) {
+        const auto n = static_cast<std::size_t>(limit);
+        EXPECT_EQ(idsOf(store.captures(LibraryFilter::kind(CaptureKind::code), limit)),
+                  expected([](const Kept& k) { return k.kind == CaptureKind::code; }, n))
+            << limit;
+        EXPECT_EQ(idsOf(store.captures(LibraryFilter::kind(CaptureKind::recipe), limit)),
+                  expected([](const Kept& k) { return k.kind == CaptureKind::recipe; }, n))
+            << limit;
+        EXPECT_EQ(idsOf(store.captures(LibraryFilter::favorites(), limit)),
+                  expected([](const Kept& k) { return k.favorite; }, n))
+            << limit;
+        EXPECT_EQ(idsOf(store.captures(LibraryFilter::collection("c"), limit)),
+                  expected([](const Kept& k) { return k.filed; }, n))
+            << limit;
+        EXPECT_EQ(idsOf(store.captures(LibraryFilter::unsorted(), limit)),
+                  expected([](const Kept& k) { return !k.filed; }, n))
+            << limit;
+        EXPECT_EQ(store.captures(LibraryFilter::source("Xcode"), limit).size(), std::min<std::size_t>(n, 27));
+        EXPECT_EQ(store.captures(LibraryFilter::media(CaptureMedia::screen), limit).size(),
+                  std::min<std::size_t>(n, 80));
+    }
+    EXPECT_TRUE(store.captures(LibraryFilter::kind(CaptureKind::email), 10).empty());
+    EXPECT_EQ(store.captures(LibraryFilter::kind(CaptureKind::code), -1).size(), 73u)
+        << "a negative limit lists all";
 }
 
 TEST_F(Listings, CountsByKindMediaAndSource) {

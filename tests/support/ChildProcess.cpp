@@ -77,7 +77,8 @@ ChildResult runChild(const std::string& program, const std::vector<std::string>&
     return {status, contents(out), contents(err)};
 }
 
-LineChild::LineChild(const std::string& program, const std::map<std::string, std::string>& environment) {
+LineChild::LineChild(const std::string& program, const std::map<std::string, std::string>& environment,
+                     const std::vector<std::string>& arguments) {
     int in[2], out[2];
     if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) {
         throw std::runtime_error("pipe failed");
@@ -87,7 +88,7 @@ LineChild::LineChild(const std::string& program, const std::map<std::string, std
     posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    const pid_t pid = spawn(program, {}, environment, actions);
+    const pid_t pid = spawn(program, arguments, environment, actions);
     close(in[0]);
     close(out[1]);
     if (pid < 0) {

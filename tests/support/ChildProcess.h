@@ -23,7 +23,8 @@ ChildResult runChild(const std::string& program, const std::vector<std::string>&
 // standard output. Standard error is discarded. The destructor closes its input and waits for it.
 class LineChild {
 public:
-    LineChild(const std::string& program, const std::map<std::string, std::string>& environment);
+    LineChild(const std::string& program, const std::map<std::string, std::string>& environment,
+              const std::vector<std::string>& arguments = {});
     ~LineChild();
     LineChild(const LineChild&) = delete;
     LineChild& operator=(const LineChild&) = delete;
@@ -33,6 +34,8 @@ public:
     std::string readLine();
     // Closes the child's input and returns its exit status (-1 when it did not exit normally).
     int finish();
+    // The process id while it runs, else -1.
+    [[nodiscard]] int pid() const { return pid_; }
 
 private:
     int pid_ = -1;

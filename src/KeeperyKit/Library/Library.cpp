@@ -27,7 +27,7 @@ Library::Library(Services services, Options options)
     : store_(services.store), client_(std::move(services.client)), mainQueue_(services.mainQueue),
       embeddingModel_(std::move(options.embeddingModel)), clock_(services.clock), files_(services.files),
       locale_(std::move(options.locale)), visionModel_(std::move(options.visionModel)),
-      organizer_(options.organizer), index_(embeddingModel_) {}
+      organizer_(options.organizer), index_(embeddingModel_, options.scan) {}
 
 void Library::setOnChange(std::function<void()> callback) {
     std::lock_guard lock(lock_);
@@ -136,7 +136,12 @@ void Library::deleteCapture(const std::string& captureID) {
 
 // --- Search -----------------------------------------------------------------------------------------------
 
-SearchFindings Library::findings(const std::string& query) {
+void Library::preload() {
+    std::lock_guard lock(lock_);
+    quietly([&] { index_.preload(store_, membershipListing); });
+}
+
+SearchFindings Library::findings(const std::string& query, std::size_t most) {
     const std::string trimmed = Text::trimWhitespaceAndNewlines(query);
     if (trimmed.empty()) {
         return {};
@@ -170,14 +175,15 @@ SearchFindings Library::findings(const std::string& query) {
 
     lock.lock();
     if (queryVector) {
+        // Both spaces are scored in one pass over the vectors.
+        std::array<std::vector<SearchMerge::ScoredID>, 2> scored;
+        quietly([&] { scored = index_.scores(store_, *queryVector); });
         for (const VectorSpace space : {VectorSpace::look, VectorSpace::meaning}) {
             std::vector<std::string>& found = evidence[SearchReason(space)];
-            quietly([&] {
-                for (const SearchMerge::ScoredID& pair :
-                     SearchMerge::standouts(index_.scores(store_, space, *queryVector))) {
-                    found.emplace_back(pair.id);
-                }
-            });
+            for (const SearchMerge::ScoredID& pair : SearchMerge::standouts(
+                     scored[static_cast<std::size_t>(static_cast<VectorSpace::Case>(space))])) {
+                found.emplace_back(pair.id);
+            }
         }
     }
 
@@ -198,21 +204,29 @@ SearchFindings Library::findings(const std::string& query) {
 
     SearchFindings findings;
     quietly([&] {
-        for (Capture& capture : store_.captures(completed)) {
-            SearchHit hit{std::move(capture), {}};
-            if (auto found = reasons.find(hit.id()); found != reasons.end()) {
-                hit.reasons = found->second;
+        // Only as many rows as are shown are read: the next ids are read only where one had no row.
+        for (std::size_t next = 0; findings.hits.size() < most && next < completed.size();) {
+            const std::size_t count = std::min(completed.size() - next, most - findings.hits.size());
+            const std::vector<std::string> part(completed.begin() + static_cast<std::ptrdiff_t>(next),
+                                                completed.begin() +
+                                                    static_cast<std::ptrdiff_t>(next + count));
+            next += count;
+            for (Capture& capture : store_.captures(part)) {
+                SearchHit hit{std::move(capture), {}};
+                if (auto found = reasons.find(hit.id()); found != reasons.end()) {
+                    hit.reasons = found->second;
+                }
+                findings.hits.push_back(std::move(hit));
             }
-            findings.hits.push_back(std::move(hit));
         }
     });
     findings.collectionIDs = SearchMerge::coveredCollections(ranked, *members);
     return findings;
 }
 
-std::vector<Capture> Library::search(const std::string& query) {
+std::vector<Capture> Library::search(const std::string& query, std::size_t most) {
     std::vector<Capture> captures;
-    for (SearchHit& hit : findings(query).hits) {
+    for (SearchHit& hit : findings(query, most).hits) {
         captures.push_back(std::move(hit.capture));
     }
     return captures;

@@ -18,6 +18,7 @@
 #include <exception>
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -74,6 +75,8 @@ public:
         Organizer organizer{};
         // The language of a video's speech, as a locale name ("en-US", "de_DE.UTF-8").
         std::string locale = environmentLocale();
+        // How a search's scan of the vectors is shared between threads.
+        SearchIndex::Scan scan{};
     };
 
     // Captures fetched per batch of a drain.
@@ -124,12 +127,19 @@ public:
     // Deletes the capture with its rows and files, then drops collections left empty.
     void deleteCapture(const std::string& captureID);
 
+    // Starts reading what the first search needs in the background, on a connection of its own, and
+    // returns at once; a search that comes sooner waits only for the rest of that reading. Never fails: a
+    // load that fails, or that a write makes stale, leaves the search to read afresh.
+    void preload();
+
     // The captures that answer `query`, best first, with why each was found, and the collections the
-    // ranking covers. Never fails: a source that fails (the full-text index, the model service, a vector
-    // read, the listing) contributes nothing.
-    [[nodiscard]] SearchFindings findings(const std::string& query);
-    // The captures of `findings`, in order.
-    [[nodiscard]] std::vector<Capture> search(const std::string& query);
+    // ranking covers; only the first `most` captures when given. Never fails: a source that fails (the
+    // full-text index, the model service, a vector read, the listing) contributes nothing.
+    [[nodiscard]] SearchFindings findings(const std::string& query,
+                                          std::size_t most = std::numeric_limits<std::size_t>::max());
+    // The captures of `findings`, in order; only the first `most` when given.
+    [[nodiscard]] std::vector<Capture> search(const std::string& query,
+                                              std::size_t most = std::numeric_limits<std::size_t>::max());
     // At most `limit` captures whose meaning is at least `relatedFloor` close to the capture's, closest
     // first (equal scores in the store's order), never the capture itself. Never fails; asks nothing of
     // the model service.

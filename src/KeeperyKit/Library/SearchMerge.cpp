@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <unordered_set>
 
 namespace keepery::SearchMerge {
@@ -87,13 +89,29 @@ std::vector<std::string> merge(std::span<const std::vector<std::string>> lists, 
 std::vector<std::string> coveredCollections(std::span<const std::string> ranked,
                                             const CollectionMembers& members) {
     const std::unordered_set<std::string_view> found(ranked.begin(), ranked.end());
+    // Every member of every collection is looked up among a few dozen ranked ids. Ids that differ in
+    // their first bytes (as generated ids do) are told apart by those bytes alone, before any id is
+    // hashed whole; only a member whose first bytes are among the ranked ids' is looked up in full.
+    const auto head = [](std::string_view id) {
+        std::uint64_t bytes = 0;
+        std::memcpy(&bytes, id.data(), std::min(id.size(), sizeof bytes));
+        return bytes;
+    };
+    std::vector<std::uint64_t> heads;
+    heads.reserve(ranked.size());
+    for (const std::string& id : ranked) {
+        heads.push_back(head(id));
+    }
+    std::sort(heads.begin(), heads.end());
+    const auto isFound = [&](const std::string& id) {
+        return std::binary_search(heads.begin(), heads.end(), head(id)) && found.contains(id);
+    };
     std::vector<std::string> covered;
     for (const auto& [collectionID, memberIDs] : members) {
         if (memberIDs.size() < completionMinimum) {
             continue;
         }
-        const auto hits = std::count_if(memberIDs.begin(), memberIDs.end(),
-                                        [&found](const std::string& id) { return found.contains(id); });
+        const auto hits = std::count_if(memberIDs.begin(), memberIDs.end(), isFound);
         if (static_cast<double>(hits) / static_cast<double>(memberIDs.size()) >= completionShare) {
             covered.push_back(collectionID);
         }

@@ -25,10 +25,19 @@ std::string longText(const std::string& text) {
 
 } // namespace
 
-Labels labels(LibraryStore& store) {
+Labels labels(LibraryStore& store, std::span<const Capture> captures) {
+    std::vector<std::string> ids;
+    for (const Capture& capture : captures) {
+        if (capture.collectionID && std::find(ids.begin(), ids.end(), *capture.collectionID) == ids.end()) {
+            ids.push_back(*capture.collectionID);
+        }
+    }
     Labels found;
+    if (ids.empty()) {
+        return found;
+    }
     try {
-        for (const CaptureCollection& collection : store.collections()) {
+        for (const LibraryStore::CollectionName& collection : store.collectionNames(ids)) {
             found.try_emplace(collection.id, collection.emoji + " " + collection.name);
         }
     } catch (const std::exception&) {
@@ -111,11 +120,7 @@ std::string searchQuery(std::string_view query) {
 }
 
 std::vector<Capture> searchResults(Library& library, const std::string& query, std::int64_t limit) {
-    std::vector<Capture> found = library.search(query);
-    if (found.size() > static_cast<std::size_t>(std::max<std::int64_t>(limit, 0))) {
-        found.resize(static_cast<std::size_t>(std::max<std::int64_t>(limit, 0)));
-    }
-    return found;
+    return library.search(query, static_cast<std::size_t>(std::max<std::int64_t>(limit, 0)));
 }
 
 std::string searchText(const std::string& query, const std::vector<Capture>& found, const Labels& labels) {
@@ -129,8 +134,8 @@ std::string searchText(const std::string& query, const std::vector<Capture>& fou
 LibraryFilter recentFilter(LibraryStore& store, const std::optional<std::string>& collection,
                            const std::optional<std::string>& kind, std::string_view listCommand) {
     if (collection && !collection->empty()) {
-        const std::vector<CaptureCollection> all = store.collections();
-        const auto found = std::find_if(all.begin(), all.end(), [&](const CaptureCollection& c) {
+        const std::vector<LibraryStore::CollectionName> all = store.collectionNames();
+        const auto found = std::find_if(all.begin(), all.end(), [&](const LibraryStore::CollectionName& c) {
             return c.id == *collection || Text::equalsIgnoringCase(c.name, *collection);
         });
         if (found == all.end()) {

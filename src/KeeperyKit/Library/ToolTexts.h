@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <exception>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -37,8 +38,9 @@ inline constexpr std::int64_t mostRecent = 50;
 // Collection id → "<emoji> <name>".
 using Labels = std::unordered_map<std::string, std::string>;
 
-// The labels of every collection; empty when the collections cannot be read. Never throws.
-[[nodiscard]] Labels labels(LibraryStore& store);
+// The labels of the collections `captures` are filed in, and of no others; empty when the collections
+// cannot be read. Never throws.
+[[nodiscard]] Labels labels(LibraryStore& store, std::span<const Capture> captures);
 
 // The short form of one capture: title and kind; id, address or source, date and collection; summary;
 // note; tags.

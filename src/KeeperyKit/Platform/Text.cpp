@@ -2,6 +2,7 @@
 
 #include "Platform/ICUStrings.h"
 
+#include <algorithm>
 #include <memory>
 #include <unicode/brkiter.h>
 #include <unicode/locid.h>
@@ -145,10 +146,20 @@ std::string lowercased(std::string_view text) {
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     const char* language = icu::Locale::getDefault().getLanguage();
-    const uint32_t options = (std::string_view(language) == "tr" || std::string_view(language) == "az")
-                                 ? U_FOLD_CASE_EXCLUDE_SPECIAL_I
-                                 : U_FOLD_CASE_DEFAULT;
-    return fromUTF8(a).caseCompare(fromUTF8(b), options) == 0;
+    const bool turkic = std::string_view(language) == "tr" || std::string_view(language) == "az";
+    // Default case folding maps ASCII to ASCII letter for letter, so two ASCII texts (a collection name
+    // and what an assistant typed, most often) are compared without converting either.
+    const auto ascii = [](std::string_view text) {
+        return std::all_of(text.begin(), text.end(),
+                           [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    };
+    if (!turkic && ascii(a) && ascii(b)) {
+        const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+        return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
+                                                  [&](char x, char y) { return lower(x) == lower(y); });
+    }
+    return fromUTF8(a).caseCompare(fromUTF8(b),
+                                   turkic ? U_FOLD_CASE_EXCLUDE_SPECIAL_I : U_FOLD_CASE_DEFAULT) == 0;
 }
 
 std::u32string codePoints(std::string_view text) {

@@ -103,9 +103,13 @@ Database::Failure::Failure(std::string message, std::string sql)
     : message_(std::move(message)), sql_(std::move(sql)),
       description_("SQLite: " + message_ + " \u2014 " + Text::prefix(sql_, 120)) {}
 
-Database::Database(std::string path) : path_(std::move(path)) {
+Database::Database(std::string path) : Database(std::move(path), Access::readWrite) {}
+
+Database::Database(std::string path, Access access) : path_(std::move(path)) {
     sqlite3* handle = nullptr;
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
+    const int flags = access == Access::readOnly
+                          ? SQLITE_OPEN_READONLY | SQLITE_OPEN_FULLMUTEX
+                          : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
     if (sqlite3_open_v2(path_.c_str(), &handle, flags, nullptr) != SQLITE_OK) {
         std::string message = handle != nullptr ? sqlite3_errmsg(handle) : "cannot open";
         sqlite3_close(handle);
@@ -113,6 +117,9 @@ Database::Database(std::string path) : path_(std::move(path)) {
     }
     handle_ = handle;
     sqlite3_busy_timeout(handle_, static_cast<int>(busyTimeout.count()));
+    if (access == Access::readOnly) {
+        return;
+    }
     try {
         execute("PRAGMA journal_mode = WAL");
         execute("PRAGMA foreign_keys = ON");
@@ -231,6 +238,12 @@ void Database::forEachRow(const std::string& sql, const std::vector<Value>& valu
         std::string message = sqlite3_errmsg(handle_);
         statement.reset();
         throw Failure(std::move(message), sql);
+    }
+}
+
+void Database::interrupt() {
+    if (handle_ != nullptr) {
+        sqlite3_interrupt(handle_);
     }
 }
 

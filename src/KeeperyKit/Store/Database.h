@@ -88,6 +88,11 @@ public:
     // Opens (creating when missing) the file at `path` read-write in serialized mode, with `busyTimeout`,
     // WAL journaling, foreign keys on and synchronous NORMAL. Throws Failure.
     explicit Database(std::string path);
+
+    enum class Access : bool { readWrite, readOnly };
+    // With `readWrite`, as above. With `readOnly`, opens the existing file for reading only, with
+    // `busyTimeout`, and sets nothing (the journal mode is the file's own). Throws Failure.
+    Database(std::string path, Access access);
     ~Database();
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
@@ -132,6 +137,10 @@ public:
                     const std::function<void(const Cursor&)>& visit);
 
     [[nodiscard]] std::int64_t lastInsertRowID() const;
+
+    // Makes the statement running on this connection (on another thread) stop soon and fail; later
+    // statements run as usual. Safe from any thread while the connection is open.
+    void interrupt();
 
     // Rows inserted, updated or deleted through this connection since it opened (a rolled-back change
     // still counts).

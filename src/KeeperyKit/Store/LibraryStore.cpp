@@ -94,6 +94,10 @@ LibraryStore::LibraryStore(std::filesystem::path root, const Clock& clock, const
     migrate();
 }
 
+LibraryStore::LibraryStore(ReadOnly, std::filesystem::path root)
+    : clock_(Clock::system()), files_(Files::local()), root_(std::move(root)),
+      db_((root_ / "library.sqlite").string(), Database::Access::readOnly) {}
+
 void LibraryStore::migrate() {
     const std::int64_t version = db_.userVersion();
     if (version >= schemaVersion) {

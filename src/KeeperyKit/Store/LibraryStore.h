@@ -7,6 +7,7 @@
 #include "Store/FullTextRows.h"
 #include "Store/LibraryFilter.h"
 
+#include <array>
 #include <chrono>
 #include <concepts>
 #include <cstdint>
@@ -57,6 +58,14 @@ public:
     // (the migration then leaves nothing behind).
     explicit LibraryStore(std::filesystem::path root, const Clock& clock = Clock::system(),
                           const Files& files = Files::local());
+
+    // A second, read-only connection to the existing library at `root`, for reading on another thread:
+    // makes no directory and migrates nothing. Throws Database::Failure when it cannot be opened.
+    struct ReadOnly {};
+    LibraryStore(ReadOnly, std::filesystem::path root);
+
+    // Makes the operation running on another thread stop soon and throw Database::Failure. Any thread.
+    void interrupt() { db_.interrupt(); }
 
     LibraryStore(const LibraryStore&) = delete;
     LibraryStore& operator=(const LibraryStore&) = delete;
@@ -191,16 +200,31 @@ public:
         }
     };
     [[nodiscard]] VectorRows vectorRows(const std::string& model, VectorSpace space);
+    // The vectors of `model` in both spaces from one pass over the table, indexed by the space's value;
+    // each space's rows in the order `vectorRows(model, space)` gives them.
+    [[nodiscard]] std::array<VectorRows, 2> vectorRows(const std::string& model);
 
     // --- Listings and counts --------------------------------------------------------------------------
 
     // At most `limit` captures that pass the filter, newest kept first.
     [[nodiscard]] std::vector<Capture> captures(const LibraryFilter& filter, std::int64_t limit);
 
-    // Every collection with its current member count (0 included), most recently updated first.
+    // Every collection with its current member count (0 included), most recently updated first. Kept
+    // from the last call while nobody has written to the database since.
     [[nodiscard]] std::vector<CaptureCollection> collections();
     // The collection with this id as `collections` gives it, without counting the others; absent when none.
     [[nodiscard]] std::optional<CaptureCollection> collection(const std::string& id);
+
+    // What shows a collection to a person, read without counting its members.
+    struct CollectionName {
+        std::string id;
+        std::string name;
+        std::string emoji;
+    };
+    // Every collection, most recently updated first (the order of `collections()`).
+    [[nodiscard]] std::vector<CollectionName> collectionNames();
+    // The collections with these ids, in no particular order; ids without a row are skipped.
+    [[nodiscard]] std::vector<CollectionName> collectionNames(const std::vector<std::string>& ids);
 
     struct Membership {
         std::string captureID;
@@ -280,8 +304,6 @@ private:
     static constexpr std::string_view stageText(CaptureStage stage) { return stage.rawValue(); }
 
     void migrate();
-    std::vector<CaptureCollection> collectionsWhere(const std::string& condition,
-                                                    const std::vector<Database::Value>& values);
     // Runs `body` in one transaction that may refresh full-text rows; a failure forgets where they lie.
     void indexedTransaction(const std::function<void()>& body);
     void reindex(const std::string& id);
@@ -289,6 +311,13 @@ private:
     // The one capture read: the row fetch with its tag list, decoded, in SQLite's order.
     std::vector<Capture> capturesWhere(const std::string& condition, std::vector<Database::Value> values,
                                        std::int64_t limit, const std::string& order);
+    // Runs `body`'s reads in one read transaction, so that they all see the same rows.
+    void snapshot(const std::function<void()>& body);
+    // At most `limit` captures that meet `condition`, newest first and the later row first among equal
+    // times: the ids are found reading no more of each row than the condition and the order need, through
+    // the time index or through `index` (a null index: the time index only), then those rows are read.
+    std::vector<Capture> newestWhere(const std::string& condition, const std::vector<Database::Value>& values,
+                                     const char* index, std::int64_t limit);
 
     // Recursive: an operation may call another.
     std::recursive_mutex mutex_;
@@ -297,6 +326,9 @@ private:
     std::filesystem::path root_;
     Database db_;
     FullTextRows ftsRows_;
+    // The last collection listing, and the mark of the database it was read at.
+    std::optional<Generation> collectionsGeneration_;
+    std::vector<CaptureCollection> collections_;
 };
 
 } // namespace keepery

@@ -3,6 +3,9 @@
 
 #include "Platform/Text.h"
 
+#include <functional>
+#include <unordered_map>
+
 namespace keepery {
 namespace {
 
@@ -27,41 +30,127 @@ std::vector<Capture> LibraryStore::captures(const LibraryFilter& filter, std::in
     const std::string order = "c.created_at DESC";
     switch (filter.which()) {
     case LibraryFilter::Case::collection:
-        return capturesWhere("c.collection_id = ?", {text()}, limit, order);
+        return newestWhere("c.collection_id = ?", {text()}, "idx_captures_collection", limit);
     case LibraryFilter::Case::kind:
-        return capturesWhere("c.kind = ?", {std::get<CaptureKind>(payload).rawValue()}, limit, order);
+        return newestWhere("c.kind = ?", {std::get<CaptureKind>(payload).rawValue()}, "idx_captures_kind",
+                           limit);
     case LibraryFilter::Case::source:
-        return capturesWhere("c.source = ?", {text()}, limit, order);
+        return newestWhere("c.source = ?", {text()}, "idx_captures_source", limit);
     case LibraryFilter::Case::since:
         return capturesWhere("c.created_at >= ?", {std::get<Instant>(payload)}, limit, order);
     case LibraryFilter::Case::media:
-        return capturesWhere("c.media = ?", {std::get<CaptureMedia>(payload).rawValue()}, limit, order);
+        return newestWhere("c.media = ?", {std::get<CaptureMedia>(payload).rawValue()}, "idx_captures_media",
+                           limit);
     case LibraryFilter::Case::recent:
         return capturesWhere("1", {}, limit, order);
     case LibraryFilter::Case::favorites:
-        return capturesWhere("c.favorite = 1", {}, limit, order);
+        return newestWhere("c.favorite = 1", {}, nullptr, limit);
     case LibraryFilter::Case::unsorted:
-        return capturesWhere("c.collection_id IS NULL", {}, limit, order);
+        return newestWhere("c.collection_id IS NULL", {}, "idx_captures_collection", limit);
     }
     return {};
 }
 
+void LibraryStore::snapshot(const std::function<void()>& body) {
+    db_.execute("BEGIN");
+    try {
+        body();
+    } catch (...) {
+        try {
+            db_.execute("ROLLBACK");
+        } catch (const Database::Failure&) {
+        }
+        throw;
+    }
+    db_.execute("COMMIT");
+}
+
+std::vector<Capture> LibraryStore::newestWhere(const std::string& condition, const std::vector<Value>& values,
+                                               const char* index, std::int64_t limit) {
+    std::vector<Value> bound = values;
+    bound.emplace_back(limit);
+    std::vector<std::string> ids;
+    const auto findIDs = [&](const std::string& from) {
+        ids.clear();
+        db_.forEachRow("SELECT c.id FROM " + from + " WHERE " + condition +
+                           " ORDER BY c.created_at DESC, c.rowid DESC LIMIT ?",
+                       bound, [&](const Database::Cursor& cursor) {
+                           if (auto id = cursor.value(0).asText()) {
+                               ids.push_back(std::move(*id));
+                           }
+                       });
+    };
+    std::vector<Capture> found;
+    snapshot([&] {
+        try {
+            // Which way finds the ids sooner. A walk down the time index stops once `limit` captures have
+            // matched, after about limit × all / matching rows, each read past its long texts to the tested
+            // column; the condition's own index gives every match, each read only for its time, then sorted.
+            bool walk = index == nullptr;
+            if (!walk) {
+                std::int64_t matching = 0;
+                std::int64_t all = 0;
+                db_.forEachRow(
+                    "SELECT count(*), (SELECT max(rowid) FROM captures) FROM captures c INDEXED BY " +
+                        std::string(index) + " WHERE " + condition,
+                    values, [&](const Database::Cursor& cursor) {
+                        matching = cursor.value(0).asInt().value_or(0);
+                        all = cursor.value(1).asInt().value_or(0);
+                    });
+                if (matching == 0) {
+                    return;
+                }
+                walk = limit >= 0 && 2.0 * static_cast<double>(limit) * static_cast<double>(all) <
+                                         static_cast<double>(matching) * static_cast<double>(matching);
+            }
+            findIDs("captures c INDEXED BY " + std::string(walk ? "idx_captures_created" : index));
+        } catch (const Database::Failure&) {
+            // A library made elsewhere may lack an index: SQLite then finds the same ids its own way.
+            findIDs("captures c");
+        }
+        found = captures(ids);
+    });
+    return found;
+}
+
 std::vector<LibraryStore::Membership> LibraryStore::memberships(std::int64_t limit) {
     const std::lock_guard guard(mutex_);
-    // The listing's condition, order and cut, so that SQLite walks the rows the same way.
+    // Walks of indexes alone, never of the rows with their long texts: the listing's order and times from
+    // the time index it walks itself, each id from the key's index, each collection from the collection's
+    // index, the organized ones from the stage's index; in one snapshot, so that all see the same rows.
     std::vector<Membership> found;
-    db_.forEachRow(
-        "SELECT c.id, c.collection_id, c.created_at, c.stage FROM captures c WHERE 1 ORDER BY c.created_at "
-        "DESC LIMIT ?",
-        {limit}, [&](const Database::Cursor& cursor) {
-            Membership membership{std::string(cursor.text(0).value_or(std::string_view())), std::nullopt};
-            if (auto collection = cursor.text(1)) {
-                membership.collectionID.emplace(*collection);
-            }
-            membership.createdAt = cursor.value(2).asDouble().value_or(0);
-            membership.organized = cursor.text(3) == stageText(CaptureStage::organized);
-            found.push_back(std::move(membership));
-        });
+    snapshot([&] {
+        std::vector<std::int64_t> order;
+        found.clear();
+        db_.forEachRow(
+            "SELECT c.rowid, c.created_at FROM captures c INDEXED BY idx_captures_created ORDER BY "
+            "c.created_at DESC LIMIT ?",
+            {limit}, [&](const Database::Cursor& cursor) {
+                order.push_back(cursor.value(0).asInt().value_or(0));
+                found.push_back({.createdAt = cursor.value(1).asDouble().value_or(0)});
+            });
+        std::unordered_map<std::int64_t, std::size_t> position;
+        position.reserve(order.size());
+        for (std::size_t i = 0; i < order.size(); ++i) {
+            position.emplace(order[i], i);
+        }
+        const auto each = [&](const std::string& sql, const std::vector<Value>& values,
+                              const std::function<void(Membership&, std::string_view)>& set) {
+            db_.forEachRow(sql, values, [&](const Database::Cursor& cursor) {
+                const auto at = position.find(cursor.value(0).asInt().value_or(0));
+                const auto text = cursor.text(1);
+                if (at != position.end() && text) {
+                    set(found[at->second], *text);
+                }
+            });
+        };
+        each("SELECT rowid, id FROM captures", {},
+             [](Membership& membership, std::string_view id) { membership.captureID = id; });
+        each("SELECT rowid, collection_id FROM captures WHERE collection_id IS NOT NULL", {},
+             [](Membership& membership, std::string_view id) { membership.collectionID.emplace(id); });
+        each("SELECT rowid, stage FROM captures WHERE stage = ?", {stageText(CaptureStage::organized)},
+             [](Membership& membership, std::string_view) { membership.organized = true; });
+    });
     return found;
 }
 

@@ -4,6 +4,7 @@
 namespace keepery {
 
 std::unordered_map<CaptureStage, std::int64_t> LibraryStore::stageCounts() {
+    const std::lock_guard guard(mutex_);
     std::unordered_map<CaptureStage, std::int64_t> counts;
     for (const Database::Row& row : db_.query("SELECT stage, count(*) AS n FROM captures GROUP BY stage")) {
         const auto stage = row.find("stage");
@@ -17,6 +18,7 @@ std::unordered_map<CaptureStage, std::int64_t> LibraryStore::stageCounts() {
 }
 
 std::vector<LibraryStore::Failing> LibraryStore::failing(std::int64_t limit) {
+    const std::lock_guard guard(mutex_);
     std::vector<std::string> ids;
     std::unordered_map<std::string, std::pair<std::int64_t, Instant>> attempts;
     for (const Database::Row& row : db_.query(

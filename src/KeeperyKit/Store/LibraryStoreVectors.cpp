@@ -50,9 +50,27 @@ void appendFloats(std::span<const std::uint8_t> bytes, std::vector<float>& out) 
 }
 
 // Another program, or damage, may have stored infinities or NaN. Such a row is no vector: its scores
-// would be NaN, which compares false both ways and lets unrelated captures stand out.
+// would be NaN, which compares false both ways and lets unrelated captures stand out. (An all-ones
+// exponent is what infinities and NaN share; testing the bits lets the loop run in SIMD lanes.)
 bool finite(std::span<const float> vector) {
-    return std::all_of(vector.begin(), vector.end(), [](float x) { return std::isfinite(x); });
+    std::uint32_t notFinite = 0;
+    for (const float x : vector) {
+        notFinite |=
+            static_cast<std::uint32_t>((std::bit_cast<std::uint32_t>(x) & 0x7F800000u) == 0x7F800000u);
+    }
+    return notFinite == 0;
+}
+
+// Appends the row when its vector is finite.
+void appendRow(LibraryStore::VectorRows& rows, std::string_view id, std::span<const std::uint8_t> bytes) {
+    const std::size_t start = rows.floats.size();
+    appendFloats(bytes, rows.floats);
+    if (!finite(std::span(rows.floats).subspan(start))) {
+        rows.floats.resize(start);
+        return;
+    }
+    rows.ids.emplace_back(id);
+    rows.starts.push_back(rows.floats.size());
 }
 
 // The stored vector, or nothing when it is not finite.
@@ -104,15 +122,50 @@ LibraryStore::VectorRows LibraryStore::vectorRows(const std::string& model, Vect
                        auto id = cursor.text(0);
                        auto bytes = cursor.blob(1);
                        if (id && bytes) {
-                           const std::size_t start = rows.floats.size();
-                           appendFloats(*bytes, rows.floats);
-                           if (!finite(std::span(rows.floats).subspan(start))) {
-                               rows.floats.resize(start);
-                               return;
-                           }
-                           rows.ids.emplace_back(*id);
-                           rows.starts.push_back(rows.floats.size());
+                           appendRow(rows, *id, *bytes);
                        }
+                   });
+    return rows;
+}
+
+static_assert(VectorSpace::allCases().size() == 2, "one block of rows per space");
+
+std::array<LibraryStore::VectorRows, 2> LibraryStore::vectorRows(const std::string& model) {
+    const std::lock_guard guard(mutex_);
+    // How many rows each space has (of any model), from the key's index alone: each space's floats are
+    // then placed once, never copied as they grow. Room reserved and never written costs no memory.
+    std::array<std::size_t, 2> stored{};
+    db_.forEachRow(
+        "SELECT space, count(*) FROM vectors GROUP BY space", {}, [&](const Database::Cursor& cursor) {
+            const auto raw = cursor.text(0);
+            const auto space = raw ? VectorSpace::fromRawValue(*raw) : std::nullopt;
+            if (space) {
+                stored[static_cast<std::size_t>(static_cast<VectorSpace::Case>(*space))] =
+                    static_cast<std::size_t>(std::max<std::int64_t>(0, cursor.value(1).asInt().value_or(0)));
+            }
+        });
+    std::array<VectorRows, 2> rows;
+    for (std::size_t s = 0; s < rows.size(); ++s) {
+        rows[s].ids.reserve(stored[s]);
+        rows[s].starts.reserve(stored[s] + 1);
+    }
+    // One pass in the table's order, which is also the order of each space's own read.
+    db_.forEachRow("SELECT capture_id, space, vector FROM vectors WHERE model = ?", {model},
+                   [&](const Database::Cursor& cursor) {
+                       const auto id = cursor.text(0);
+                       const auto raw = cursor.text(1);
+                       const auto bytes = cursor.blob(2);
+                       const auto space = raw ? VectorSpace::fromRawValue(*raw) : std::nullopt;
+                       if (!id || !bytes || !space) {
+                           return;
+                       }
+                       const auto s = static_cast<std::size_t>(static_cast<VectorSpace::Case>(*space));
+                       VectorRows& into = rows[s];
+                       // An embedding has a few thousand floats at most; a longer first row is no guide.
+                       if (into.floats.capacity() == 0 && bytes->size() / 4 <= 16384) {
+                           into.floats.reserve(stored[s] * (bytes->size() / 4));
+                       }
+                       appendRow(into, *id, *bytes);
                    });
     return rows;
 }

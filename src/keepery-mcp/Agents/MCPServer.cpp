@@ -214,14 +214,15 @@ std::string MCPServer::searchKeepery(const json& arguments) {
     const std::string query = ToolTexts::searchQuery(stringArgument(arguments, "query").value_or(""));
     const std::vector<Capture> found = ToolTexts::searchResults(
         library_, query, limitArgument(arguments, ToolTexts::searchLimit, ToolTexts::mostSearchResults));
-    return ToolTexts::searchText(query, found, ToolTexts::labels(store_));
+    return ToolTexts::searchText(query, found, ToolTexts::labels(store_, found));
 }
 
 std::string MCPServer::recentCaptures(const json& arguments) {
     const std::int64_t limit = limitArgument(arguments, ToolTexts::recentLimit, ToolTexts::mostRecent);
     const LibraryFilter filter = ToolTexts::recentFilter(store_, stringArgument(arguments, "collection"),
                                                          stringArgument(arguments, "kind"));
-    return ToolTexts::recentText(store_.captures(filter, limit), ToolTexts::labels(store_));
+    const std::vector<Capture> found = store_.captures(filter, limit);
+    return ToolTexts::recentText(found, ToolTexts::labels(store_, found));
 }
 
 std::string MCPServer::getCapture(const json& arguments) {
@@ -233,11 +234,11 @@ std::string MCPServer::listCollections() {
 }
 
 std::string MCPServer::listing(const Capture& capture) {
-    return ToolTexts::listing(capture, ToolTexts::labels(store_));
+    return ToolTexts::listing(capture, ToolTexts::labels(store_, std::span(&capture, 1)));
 }
 
 std::string MCPServer::full(const Capture& capture) {
-    return ToolTexts::full(capture, ToolTexts::labels(store_));
+    return ToolTexts::full(capture, ToolTexts::labels(store_, std::span(&capture, 1)));
 }
 
 } // namespace keepery
