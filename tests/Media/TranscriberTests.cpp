@@ -143,6 +143,7 @@ TEST_F(TranscriberTest, TheAudioTrackIsA16KilohertzMonoWavFileNamedByAnUpperCase
     EXPECT_EQ(header[22], 1) << "mono";
     EXPECT_EQ(static_cast<unsigned char>(header[24]) | (static_cast<unsigned char>(header[25]) << 8), 16000);
     EXPECT_EQ(header[34], 16) << "bits per sample";
+    EXPECT_EQ(std::filesystem::status(*audio).permissions(), std::filesystem::perms(0600)) << "private";
     std::filesystem::remove(*audio);
 
     EXPECT_EQ(Transcriber::audioTrack(mute, setup()), std::nullopt);

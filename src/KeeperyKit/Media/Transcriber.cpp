@@ -302,6 +302,8 @@ std::optional<fs::path> audioTrack(const fs::path& video, const Setup& setup) {
     try {
         const fs::path directory = setup.temporaryDirectory.value_or(Paths::temporaryDirectory());
         TemporaryFile output(directory / ("kp-audio-" + UUID::randomUppercase() + ".wav"));
+        // Made empty and private first: ffmpeg writes into it and keeps its permissions.
+        Files::local().writeAtomically(output.path(), {});
         Process& process = setup.process != nullptr ? *setup.process : Process::system();
         // "-map 0:a:0" fails for a video without sound; the rest makes the one format the recogniser
         // reads, with no metadata chunks.

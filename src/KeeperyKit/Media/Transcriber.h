@@ -46,8 +46,9 @@ inline constexpr int audioExtractionSeconds = 600;
                                                     const std::string& locale, const Setup& setup = {});
 
 // A new WAV file (16 kHz, mono, 16-bit samples) holding the first sound track of `video`, named
-// "kp-audio-" + a new upper-case UUID + ".wav" in the temporary directory. The caller owns the file and
-// removes it. Absent when the video cannot be read or has no sound track; nothing is left behind then.
+// "kp-audio-" + a new upper-case UUID + ".wav" in the temporary directory, readable by its owner only. The
+// caller owns the file and removes it. Absent when the video cannot be read or has no sound track; nothing is
+// left behind then.
 [[nodiscard]] std::optional<std::filesystem::path> audioTrack(const std::filesystem::path& video,
                                                               const Setup& setup = {});
 
