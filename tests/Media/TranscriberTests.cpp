@@ -65,6 +65,7 @@ TEST_F(TranscriberTest, SpeechInAVideoBecomesPunctuatedSentences) {
     EXPECT_GE(found, keyWords.size() * 2 / 3) << *transcript;
     EXPECT_TRUE(std::isupper(static_cast<unsigned char>(transcript->front()))) << *transcript;
     EXPECT_TRUE(transcript->ends_with('.')) << *transcript;
+    EXPECT_NE(transcript->find(". "), std::string::npos) << "the pause between the sentences ends one";
     EXPECT_EQ(*transcript, std::string(*transcript).erase(0, transcript->find_first_not_of(" \n")));
     EXPECT_EQ(process.count("ffmpeg"), 1);
     EXPECT_EQ(filesIn(temporary.path()), 0u) << "the audio file is removed";
@@ -142,6 +143,7 @@ TEST_F(TranscriberTest, TheAudioTrackIsA16KilohertzMonoWavFileNamedByAnUpperCase
     EXPECT_EQ(header[22], 1) << "mono";
     EXPECT_EQ(static_cast<unsigned char>(header[24]) | (static_cast<unsigned char>(header[25]) << 8), 16000);
     EXPECT_EQ(header[34], 16) << "bits per sample";
+    EXPECT_EQ(std::filesystem::status(*audio).permissions(), std::filesystem::perms(0600)) << "private";
     std::filesystem::remove(*audio);
 
     EXPECT_EQ(Transcriber::audioTrack(mute, setup()), std::nullopt);

@@ -46,4 +46,9 @@ bool FakeFiles::remove(const std::filesystem::path& path) const {
     return local().remove(path);
 }
 
+void FakeFiles::makePrivate(const std::filesystem::path& path) const {
+    maybeFail(Operation::makePrivate, path);
+    local().makePrivate(path);
+}
+
 } // namespace keepery::testing

@@ -11,7 +11,7 @@ namespace keepery::testing {
 // throws std::filesystem::filesystem_error instead of touching the disk, once. Any thread.
 class FakeFiles final : public Files {
 public:
-    enum class Operation { writeAtomically, createDirectories, copy, remove };
+    enum class Operation { writeAtomically, createDirectories, copy, remove, makePrivate };
 
     // The next `operation` on `path` fails (the failure names `path` and EIO); a failure set before and not
     // yet met is replaced.
@@ -25,6 +25,7 @@ public:
     void createDirectories(const std::filesystem::path& path) const override;
     void copy(const std::filesystem::path& from, const std::filesystem::path& to) const override;
     bool remove(const std::filesystem::path& path) const override;
+    void makePrivate(const std::filesystem::path& path) const override;
 
 private:
     struct Failure {

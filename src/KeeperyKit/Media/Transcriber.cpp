@@ -9,8 +9,10 @@
 #include <pocketsphinx.h>
 #include <sphinxbase/err.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
@@ -26,9 +28,18 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int sampleRate = 16000;
-// Samples handed to the recogniser at a time: a quarter of a second, short enough for its voice-activity
-// detection to end an utterance close to the silence that ends it.
-constexpr std::size_t chunkSamples = 4000;
+// The sound is measured in frames of 10 ms.
+constexpr std::size_t frameSamples = sampleRate / 100;
+// A frame is quiet when it is this much softer than the loud speech of the recording (the level only one
+// frame in twenty exceeds), so the measure follows the recording's own volume.
+constexpr double quietDecibels = 30;
+// A pause between utterances: at least this many quiet frames in a row. A speaker's pause between
+// sentences; the closure of a consonant inside a word is shorter.
+constexpr std::size_t pauseFrames = 12;
+// Utterances are at least this long (shorter ones run on into the next), and at most this long (a longer
+// stretch without a pause is cut at its quietest frame).
+constexpr std::size_t shortestUtteranceFrames = 250;
+constexpr std::size_t longestUtteranceFrames = 3000;
 
 struct ModelFiles {
     fs::path acoustic;
@@ -157,6 +168,61 @@ std::string sentence(std::string_view words) {
     return result.empty() ? result : Text::uppercasingFirstCharacter(result) + ".";
 }
 
+// The loudness of each whole frame of the samples that follow in `in` (`size` bytes), in decibels.
+std::vector<float> frameLoudness(std::istream& in, std::uint32_t size) {
+    std::vector<float> decibels;
+    decibels.reserve(size / sizeof(std::int16_t) / frameSamples);
+    std::vector<std::int16_t> frame(frameSamples);
+    const auto bytes = static_cast<std::streamsize>(frameSamples * sizeof(std::int16_t));
+    for (std::uint32_t left = size; left >= bytes && in.read(reinterpret_cast<char*>(frame.data()), bytes);
+         left -= static_cast<std::uint32_t>(bytes)) {
+        double energy = 0;
+        for (const std::int16_t sample : frame) {
+            energy += static_cast<double>(sample) * sample;
+        }
+        decibels.push_back(static_cast<float>(10 * std::log10(energy / frameSamples + 1)));
+    }
+    return decibels;
+}
+
+// Where each utterance ends, in frames: in the middle of the pauses that follow stretches of speech, the
+// last one at the end of the sound.
+std::vector<std::size_t> utteranceEnds(const std::vector<float>& decibels) {
+    std::vector<std::size_t> ends;
+    if (decibels.empty()) {
+        return ends;
+    }
+    std::vector<float> sorted = decibels;
+    const auto loud = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() * 19 / 20);
+    std::nth_element(sorted.begin(), loud, sorted.end());
+    const float quiet = *loud - static_cast<float>(quietDecibels);
+    std::size_t start = 0;
+    std::size_t run = 0;
+    for (std::size_t i = 0; i < decibels.size(); ++i) {
+        if (i - start >= longestUtteranceFrames) {
+            const auto from = decibels.begin() + static_cast<std::ptrdiff_t>(start + shortestUtteranceFrames);
+            start = static_cast<std::size_t>(
+                std::min_element(from, decibels.begin() + static_cast<std::ptrdiff_t>(i)) - decibels.begin());
+            ends.push_back(start);
+            run = 0;
+        }
+        if (decibels[i] < quiet) {
+            ++run;
+            continue;
+        }
+        const std::size_t middle = i - run / 2;
+        if (run >= pauseFrames && middle >= start + shortestUtteranceFrames) {
+            ends.push_back(middle);
+            start = middle;
+        }
+        run = 0;
+    }
+    if (ends.empty() || ends.back() < decibels.size()) {
+        ends.push_back(decibels.size());
+    }
+    return ends;
+}
+
 // The sentences recognised in the WAV file, joined by spaces; absent when the file cannot be read or the
 // recogniser fails.
 std::optional<std::string> recognise(const fs::path& audio, const ModelFiles& models) {
@@ -166,52 +232,38 @@ std::optional<std::string> recognise(const fs::path& audio, const ModelFiles& mo
     if (!dataSize) {
         return std::nullopt;
     }
+    const std::streampos samplesStart = in.tellg();
+    const std::vector<std::size_t> ends = utteranceEnds(frameLoudness(in, *dataSize));
+    in.clear();
+    in.seekg(samplesStart);
     Recogniser recogniser(models);
     ps_decoder_t* decoder = recogniser.decoder();
-    if (decoder == nullptr || ps_start_utt(decoder) < 0) {
+    if (decoder == nullptr || !in) {
         return std::nullopt;
     }
+    // Each stretch of speech between pauses is decoded whole as its own utterance: the language model
+    // then scores sentences, not a whole video run together, and the sound is normalised over the
+    // utterance, which keeps long recordings accurate.
     std::string transcript;
-    const auto endUtterance = [&]() {
-        if (ps_end_utt(decoder) < 0) {
-            return false;
-        }
-        const char* hypothesis = ps_get_hyp(decoder, nullptr);
-        if (hypothesis != nullptr) {
-            const std::string text = sentence(hypothesis);
-            if (!text.empty()) {
-                transcript += (transcript.empty() ? "" : " ") + text;
-            }
-        }
-        return true;
-    };
-    std::vector<std::int16_t> samples(chunkSamples);
-    std::uint32_t left = *dataSize;
-    bool inSpeech = false;
-    while (left >= sizeof(std::int16_t)) {
-        const std::size_t want = std::min<std::size_t>(chunkSamples, left / sizeof(std::int16_t));
-        in.read(reinterpret_cast<char*>(samples.data()),
-                static_cast<std::streamsize>(want * sizeof(std::int16_t)));
-        const auto got = static_cast<std::size_t>(in.gcount()) / sizeof(std::int16_t);
-        if (got == 0) {
-            break;
-        }
-        left -= static_cast<std::uint32_t>(got * sizeof(std::int16_t));
-        if (ps_process_raw(decoder, samples.data(), got, FALSE, FALSE) < 0) {
+    std::vector<std::int16_t> samples;
+    std::size_t start = 0;
+    for (const std::size_t end : ends) {
+        samples.resize((end - start) * frameSamples);
+        start = end;
+        if (!in.read(reinterpret_cast<char*>(samples.data()),
+                     static_cast<std::streamsize>(samples.size() * sizeof(std::int16_t)))) {
             return std::nullopt;
         }
-        // Each stretch of speech between silences is decoded as its own utterance: the language model
-        // then scores sentences, not a whole video run together, which keeps long recordings accurate.
-        const bool speaking = ps_get_in_speech(decoder) != 0;
-        if (inSpeech && !speaking) {
-            if (!endUtterance() || ps_start_utt(decoder) < 0) {
-                return std::nullopt;
-            }
+        if (ps_start_utt(decoder) < 0 ||
+            ps_process_raw(decoder, samples.data(), samples.size(), FALSE, TRUE) < 0 ||
+            ps_end_utt(decoder) < 0) {
+            return std::nullopt;
         }
-        inSpeech = speaking;
-    }
-    if (!endUtterance()) {
-        return std::nullopt;
+        const char* hypothesis = ps_get_hyp(decoder, nullptr);
+        const std::string text = hypothesis != nullptr ? sentence(hypothesis) : std::string();
+        if (!text.empty()) {
+            transcript += (transcript.empty() ? "" : " ") + text;
+        }
     }
     return transcript;
 }
@@ -250,6 +302,8 @@ std::optional<fs::path> audioTrack(const fs::path& video, const Setup& setup) {
     try {
         const fs::path directory = setup.temporaryDirectory.value_or(Paths::temporaryDirectory());
         TemporaryFile output(directory / ("kp-audio-" + UUID::randomUppercase() + ".wav"));
+        // Made empty and private first: ffmpeg writes into it and keeps its permissions.
+        Files::local().writeAtomically(output.path(), {});
         Process& process = setup.process != nullptr ? *setup.process : Process::system();
         // "-map 0:a:0" fails for a video without sound; the rest makes the one format the recogniser
         // reads, with no metadata chunks.

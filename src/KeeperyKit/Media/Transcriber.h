@@ -9,9 +9,10 @@ class Process;
 }
 
 // Turns what is said in a video into text, on this machine only, with PocketSphinx: the sound is taken
-// out with ffmpeg into a temporary 16 kHz mono WAV file, cut into utterances at silences by the
-// recogniser's voice-activity detection, and each utterance becomes a sentence (first letter upper-case,
-// a full stop at the end). Nothing is kept between calls; every operation may run on any thread at once,
+// out with ffmpeg into a temporary 16 kHz mono WAV file, cut into utterances at the speaker's pauses
+// (stretches of at least 120 ms much softer than the recording's speech; utterances of 2.5 s to 30 s), each
+// decoded on its own, and each utterance becomes a sentence (first letter upper-case, a full stop at the
+// end). Nothing is kept between calls; every operation may run on any thread at once,
 // and blocks its caller until done. No operation throws: every failure is an absent result.
 namespace keepery::Transcriber {
 
@@ -45,8 +46,9 @@ inline constexpr int audioExtractionSeconds = 600;
                                                     const std::string& locale, const Setup& setup = {});
 
 // A new WAV file (16 kHz, mono, 16-bit samples) holding the first sound track of `video`, named
-// "kp-audio-" + a new upper-case UUID + ".wav" in the temporary directory. The caller owns the file and
-// removes it. Absent when the video cannot be read or has no sound track; nothing is left behind then.
+// "kp-audio-" + a new upper-case UUID + ".wav" in the temporary directory, readable by its owner only. The
+// caller owns the file and removes it. Absent when the video cannot be read or has no sound track; nothing is
+// left behind then.
 [[nodiscard]] std::optional<std::filesystem::path> audioTrack(const std::filesystem::path& video,
                                                               const Setup& setup = {});
 

@@ -79,7 +79,35 @@ std::filesystem::path makeDirectories(const Files& files, std::filesystem::path 
     for (const char* sub : {"", "captures", "thumbs", "media"}) {
         files.createDirectories(*sub ? root / sub : root);
     }
+    files.makePrivate(root);
     return root;
+}
+
+// The database and the files SQLite keeps beside it; the write-ahead log and the shared memory are made
+// again with the database's own permissions.
+void makeDatabasePrivate(const Files& files, const std::filesystem::path& root) {
+    for (const char* name : {"library.sqlite", "library.sqlite-wal", "library.sqlite-shm"}) {
+        std::error_code error;
+        if (std::filesystem::exists(root / name, error)) {
+            files.makePrivate(root / name);
+        }
+    }
+}
+
+// `id` as a file name: its last component, so that no id names a file outside its directory.
+std::string fileName(const std::string& id) {
+    return std::filesystem::path(id).filename().string();
+}
+
+// `stored` read relative to `root`; absent when it leads outside the root or to the root itself.
+std::optional<std::filesystem::path> inside(const std::filesystem::path& root, const std::string& stored) {
+    const std::filesystem::path path =
+        (root / std::filesystem::path(stored).relative_path()).lexically_normal();
+    const std::filesystem::path relative = path.lexically_relative(root.lexically_normal());
+    if (relative.empty() || *relative.begin() == ".." || relative == ".") {
+        return std::nullopt;
+    }
+    return root / std::filesystem::path(stored).relative_path();
 }
 
 } // namespace
@@ -91,7 +119,9 @@ std::filesystem::path LibraryStore::defaultRoot() {
 LibraryStore::LibraryStore(std::filesystem::path root, const Clock& clock, const Files& files)
     : clock_(clock), files_(files), root_(makeDirectories(files, std::move(root))),
       db_((root_ / "library.sqlite").string()) {
+    makeDatabasePrivate(files_, root_);
     migrate();
+    makeDatabasePrivate(files_, root_);
 }
 
 LibraryStore::LibraryStore(ReadOnly, std::filesystem::path root)
@@ -113,28 +143,26 @@ void LibraryStore::migrate() {
 }
 
 std::filesystem::path LibraryStore::imageURL(const std::string& id) const {
-    return root_ / "captures" / (id + ".png");
+    return root_ / "captures" / (fileName(id) + ".png");
 }
 
 std::filesystem::path LibraryStore::thumbURL(const std::string& id) const {
-    return root_ / "thumbs" / (id + ".jpg");
+    return root_ / "thumbs" / (fileName(id) + ".jpg");
 }
 
 std::filesystem::path LibraryStore::sheetURL(const std::string& id) const {
-    return root_ / "media" / (id + "-sheet.jpg");
+    return root_ / "media" / (fileName(id) + "-sheet.jpg");
 }
 
 std::filesystem::path LibraryStore::imageURL(const Capture& capture) const {
-    // Stored paths are relative to the library; a leading slash does not escape it.
-    return capture.imageFile ? root_ / std::filesystem::path(*capture.imageFile).relative_path()
-                             : imageURL(capture.id);
+    // Stored paths are relative to the library; a leading slash does not escape it, nor does "..".
+    std::optional<std::filesystem::path> stored =
+        capture.imageFile ? inside(root_, *capture.imageFile) : std::nullopt;
+    return stored ? *stored : imageURL(capture.id);
 }
 
 std::optional<std::filesystem::path> LibraryStore::originalURL(const Capture& capture) const {
-    if (capture.originalFile) {
-        return root_ / std::filesystem::path(*capture.originalFile).relative_path();
-    }
-    return std::nullopt;
+    return capture.originalFile ? inside(root_, *capture.originalFile) : std::nullopt;
 }
 
 } // namespace keepery

@@ -52,10 +52,12 @@ public:
     [[nodiscard]] static std::filesystem::path defaultRoot();
 
     // Creates the directories (through `files`) and the database when missing and migrates the schema to
-    // version 2 (a newer version is left alone). Times the store sets itself are read from `clock`; files
-    // are removed through `files`. Both must outlive the store. Throws std::filesystem::filesystem_error
-    // when a directory cannot be made, Database::Failure when the database cannot be opened or migrated
-    // (the migration then leaves nothing behind).
+    // version 2 (a newer version is left alone). The library directory and the database files are made
+    // private to their owner on every opening (an older library made with wider permissions is tightened;
+    // the files inside it are then out of others' reach). Times the store sets itself are read from `clock`;
+    // files are removed through `files`. Both must outlive the store. Throws
+    // std::filesystem::filesystem_error when a directory cannot be made, Database::Failure when the database
+    // cannot be opened or migrated (the migration then leaves nothing behind).
     explicit LibraryStore(std::filesystem::path root, const Clock& clock = Clock::system(),
                           const Files& files = Files::local());
 
@@ -80,7 +82,10 @@ public:
         return body();
     }
 
-    // File locations; pure functions of `root`, none touches the disk.
+    // File locations; pure functions of `root`, none touches the disk. Every one lies inside the library,
+    // whatever a database row says: an id is used only as a file name (its last path component), and a
+    // stored `imageFile` or `originalFile` is read relative to the root; one that leads outside it ("..")
+    // or to the root itself gives the default `captures/<id>.png` (imageURL) or absent (originalURL).
     [[nodiscard]] std::filesystem::path imageURL(const std::string& id) const;
     [[nodiscard]] std::filesystem::path thumbURL(const std::string& id) const;
     [[nodiscard]] std::filesystem::path sheetURL(const std::string& id) const;
