@@ -127,7 +127,7 @@ std::vector<LibraryStore::Membership> LibraryStore::memberships(std::int64_t lim
             "c.created_at DESC LIMIT ?",
             {limit}, [&](const Database::Cursor& cursor) {
                 order.push_back(cursor.value(0).asInt().value_or(0));
-                found.push_back({.createdAt = cursor.value(1).asDouble().value_or(0)});
+                found.emplace_back().createdAt = cursor.value(1).asDouble().value_or(0);
             });
         std::unordered_map<std::int64_t, std::size_t> position;
         position.reserve(order.size());
