@@ -1,13 +1,13 @@
 // Drives the real keepery-mcp executable through the official MCP client library, as an assistant would.
 import { test, before, after } from "node:test";
 import assert from "node:assert/strict";
-import { spawn, spawnSync } from "node:child_process";
+import { spawnSync } from "node:child_process";
 import { mkdirSync, mkdtempSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
-import { createInterface } from "node:readline";
 import { Client } from "@modelcontextprotocol/sdk/client/index.js";
 import { StdioClientTransport } from "@modelcontextprotocol/sdk/client/stdio.js";
+import { startModelService } from "./modelService.mjs";
 
 const server = process.env.KEEPERY_MCP;
 const fakeModelService = process.env.FAKE_MODEL_SERVICE;
@@ -50,15 +50,6 @@ let home;
 let service;
 let client;
 
-// Starts the fake model service and resolves with the port it printed.
-function startModelService() {
-  service = spawn(fakeModelService, [], { stdio: ["pipe", "pipe", "inherit"] });
-  return new Promise((resolve, reject) => {
-    service.once("error", reject);
-    createInterface({ input: service.stdout }).once("line", (line) => resolve(Number(line)));
-  });
-}
-
 before(async () => {
   home = mkdtempSync(join(tmpdir(), "keepery-e2e-"));
   const root = join(home, ".local", "share", "Keepery");
@@ -68,7 +59,8 @@ before(async () => {
   const seeded = spawnSync(seedLibrary, [root, description], { encoding: "utf8" });
   assert.equal(seeded.status, 0, seeded.stderr);
 
-  const port = await startModelService();
+  let port;
+  ({ child: service, port } = await startModelService(fakeModelService));
   const transport = new StdioClientTransport({
     command: server,
     args: [],

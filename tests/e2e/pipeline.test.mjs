@@ -3,13 +3,13 @@
 // client, as an assistant would.
 import { test, before, after } from "node:test";
 import assert from "node:assert/strict";
-import { spawn, spawnSync } from "node:child_process";
+import { spawnSync } from "node:child_process";
 import { mkdirSync, mkdtempSync, rmSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
-import { createInterface } from "node:readline";
 import { Client } from "@modelcontextprotocol/sdk/client/index.js";
 import { StdioClientTransport } from "@modelcontextprotocol/sdk/client/stdio.js";
+import { startModelService } from "./modelService.mjs";
 
 const server = process.env.KEEPERY_MCP;
 const fakeModelService = process.env.FAKE_MODEL_SERVICE;
@@ -23,21 +23,14 @@ let service;
 let client;
 let kept;
 
-function startModelService() {
-  service = spawn(fakeModelService, [], { stdio: ["pipe", "pipe", "inherit"] });
-  return new Promise((resolve, reject) => {
-    service.once("error", reject);
-    createInterface({ input: service.stdout }).once("line", (line) => resolve(Number(line)));
-  });
-}
-
 before(async () => {
   home = mkdtempSync(join(tmpdir(), "keepery-pipeline-"));
   const root = join(home, ".local", "share", "Keepery");
   const work = join(home, "work");
   mkdirSync(root, { recursive: true });
   mkdirSync(work, { recursive: true });
-  const port = await startModelService();
+  let port;
+  ({ child: service, port } = await startModelService(fakeModelService));
   const env = {
     HOME: home, PATH: process.env.PATH ?? "/usr/bin:/bin", OLLAMA_HOST: `127.0.0.1:${port}`,
     LANG: "en_US.UTF-8", TZ: "UTC",
