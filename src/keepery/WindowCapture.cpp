@@ -144,11 +144,11 @@ struct WindowCapture::State {
         if (XResQueryExtension(display, &eventBase, &errorBase) == 0) {
             return 0;
         }
-        XResClientIdSpec spec{window, XRES_CLIENT_ID_PID_MASK};
+        XResClientIdSpec wanted{window, XRES_CLIENT_ID_PID_MASK};
         long count = 0;
         XResClientIdValue* ids = nullptr;
         std::int64_t found = 0;
-        if (XResQueryClientIds(display, 1, &spec, &count, &ids) == Success) {
+        if (XResQueryClientIds(display, 1, &wanted, &count, &ids) == Success) {
             for (long i = 0; i < count; ++i) {
                 if (XResGetClientIdType(&ids[i]) == XRES_CLIENT_ID_PID) {
                     found = XResGetClientPid(&ids[i]);
