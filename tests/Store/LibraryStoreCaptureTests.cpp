@@ -347,6 +347,12 @@ TEST_F(CaptureWrites, PendingHonoursTheNextAttemptToTheSecond) {
     EXPECT_EQ(ids(now + 0.999, 10), (std::vector<std::string>{"old", "new"}));
     EXPECT_EQ(ids(now + 1, 10), (std::vector<std::string>{"old", "waiting", "new"}));
     EXPECT_EQ(ids(now + 1, 2), (std::vector<std::string>{"old", "waiting"}));
+
+    // Past the few the stage index serves, the oldest are found by walking the captures by time.
+    raw.run("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < ?) "
+            "INSERT INTO captures (id, created_at) SELECT 'bulk-' || i, 100 + i FROM n",
+            {LibraryStore::fewWaiting});
+    EXPECT_EQ(ids(now + 1, 4), (std::vector<std::string>{"old", "waiting", "new", "bulk-1"}));
 }
 
 TEST_F(CaptureWrites, RowsWrittenByAnotherProgramDecodeWithDefaults) {

@@ -160,6 +160,9 @@ public:
 
     // At most `limit` captures not yet organized whose next attempt is due at `now`, oldest kept first.
     [[nodiscard]] std::vector<Capture> pending(Instant now, std::int64_t limit);
+    // Up to this many captures not yet organized are found through the stage index and sorted; more are
+    // found by walking every capture from the oldest.
+    static constexpr std::int64_t fewWaiting = 1000;
 
     // --- Collections ----------------------------------------------------------------------------------
 

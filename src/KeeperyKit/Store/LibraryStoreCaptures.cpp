@@ -330,8 +330,20 @@ std::vector<Capture> LibraryStore::captures(const std::vector<std::string>& ids)
 
 std::vector<Capture> LibraryStore::pending(Instant now, std::int64_t limit) {
     const std::lock_guard guard(mutex_);
-    return capturesWhere("c.stage != ? AND c.next_attempt_at <= ?", {stageText(CaptureStage::organized), now},
-                         limit, "c.created_at ASC");
+    // In a settled library few captures wait, and the stage index finds them at once, where a walk by time
+    // from the oldest capture reads nearly every row first. After a large import most wait, and that walk
+    // finds the oldest due ones soonest. "stage < x OR stage > x" is "stage != x" in a form the stage
+    // index serves; ties of time keep the walk's order, the row's.
+    const std::string organized(stageText(CaptureStage::organized));
+    std::int64_t waiting = 0;
+    db_.forEachRow("SELECT count(*) FROM captures WHERE stage < ?1 OR stage > ?1", {organized},
+                   [&](const Database::Cursor& cursor) { waiting = cursor.value(0).asInt().value_or(0); });
+    if (waiting <= fewWaiting) {
+        return capturesWhere("(c.stage < ? OR c.stage > ?) AND c.next_attempt_at <= ?",
+                             {organized, organized, now}, limit, "+c.created_at ASC, c.rowid ASC");
+    }
+    return capturesWhere("c.stage != ? AND c.next_attempt_at <= ?", {organized, now}, limit,
+                         "c.created_at ASC");
 }
 
 std::string LibraryStore::normalizedTag(std::string_view tag) {
