@@ -32,32 +32,13 @@ public:
     RunningChild(const std::string& program, const std::vector<std::string>& arguments,
                  const std::map<std::string, std::string>& environment, const std::filesystem::path& output)
         : output_(output) {
-        std::vector<std::string> strings{program};
-        strings.insert(strings.end(), arguments.begin(), arguments.end());
-        std::vector<char*> argv;
-        for (auto& s : strings) {
-            argv.push_back(s.data());
-        }
-        argv.push_back(nullptr);
-        std::vector<std::string> pairs;
-        for (const auto& [key, value] : environment) {
-            pairs.push_back(key + "=" + value);
-        }
-        std::vector<char*> envp;
-        for (auto& s : pairs) {
-            envp.push_back(s.data());
-        }
-        envp.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(),
                                          O_WRONLY | O_CREAT | O_TRUNC, 0644);
         posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-        if (posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) {
-            pid_ = -1;
-        }
-        posix_spawn_file_actions_destroy(&actions);
+        pid_ = spawn(program, arguments, environment, actions);
     }
     ~RunningChild() {
         if (pid_ > 0) {

@@ -13,10 +13,7 @@
 #include <utility>
 
 namespace keepery::testing {
-namespace {
 
-// Starts `program` with `arguments` and exactly `environment`, its standard streams arranged by `actions`.
-// Returns its pid, or -1 when it cannot be started.
 pid_t spawn(const std::string& program, const std::vector<std::string>& arguments,
             const std::map<std::string, std::string>& environment, posix_spawn_file_actions_t& actions) {
     std::vector<std::string> argvStrings{program};
@@ -40,6 +37,8 @@ pid_t spawn(const std::string& program, const std::vector<std::string>& argument
     posix_spawn_file_actions_destroy(&actions);
     return spawned == 0 ? pid : -1;
 }
+
+namespace {
 
 // Waits for `pid`: its exit code, or -1 when it did not exit normally.
 int exitStatusOf(pid_t pid) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <spawn.h>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -13,6 +14,11 @@ struct ChildResult {
     std::string out;
     std::string err;
 };
+
+// Starts `program` with `arguments` and exactly `environment`, its standard streams arranged by `actions`,
+// which it destroys. Returns its pid, or -1 when it cannot be started.
+pid_t spawn(const std::string& program, const std::vector<std::string>& arguments,
+            const std::map<std::string, std::string>& environment, posix_spawn_file_actions_t& actions);
 
 // Runs `program` with `arguments`, the given environment (replacing the parent's) and `input` on its
 // standard input, then waits for it. Output of any size is collected without deadlock.
