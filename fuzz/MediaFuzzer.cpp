@@ -7,6 +7,8 @@
 #include "Media/Thumbnailer.h"
 #include "Understanding/Reader.h"
 
+#include "FuzzRule.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -21,12 +23,7 @@ using namespace keepery;
 
 namespace {
 
-void require(bool holds, const char* rule) {
-    if (!holds) {
-        std::fprintf(stderr, "broken: %s\n", rule);
-        std::abort();
-    }
-}
+using fuzzing::require;
 
 bool isJPEG(const std::vector<std::uint8_t>& bytes) {
     return bytes.size() > 4 && bytes[0] == 0xFF && bytes[1] == 0xD8 && bytes[bytes.size() - 2] == 0xFF &&

@@ -6,7 +6,9 @@
 #include "Understanding/Describer.h"
 #include "Understanding/OllamaReplies.h"
 
+#include "FuzzRule.h"
 #include <cmath>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -16,12 +18,7 @@ using namespace keepery;
 
 namespace {
 
-void require(bool holds, const char* rule) {
-    if (!holds) {
-        std::fprintf(stderr, "broken: %s\n", rule);
-        std::abort();
-    }
-}
+using fuzzing::require;
 
 int status(char selector) {
     switch (selector) {
