@@ -49,14 +49,16 @@ void Signals::wait() {
         if (sigwait(&set, &which) != 0 || which == SIGUSR2) {
             return;
         }
-        int expected = 0;
-        signal_.compare_exchange_strong(expected, which);
-        const std::uint64_t one = 1;
-        [[maybe_unused]] const auto written = ::write(fd_, &one, sizeof one);
+        // The signal is made known only while the action is held, so that a command which sees it and
+        // clears its action on the way out is never ended afterwards by this same signal.
         std::lock_guard lock(mutex_);
         if (!action_) {
             ::_exit(128 + which);
         }
+        int expected = 0;
+        signal_.compare_exchange_strong(expected, which);
+        const std::uint64_t one = 1;
+        [[maybe_unused]] const auto written = ::write(fd_, &one, sizeof one);
         action_();
     }
 }
