@@ -1,6 +1,6 @@
-// The processing pipeline at scale: builds libraries of sample captures (two 768-d vectors each, written
-// through the store), then keeps new screen captures through the Library with the model service answering
-// at once (the fake one, in process) and drains them. Prints, per library size:
+// The processing pipeline at scale: on a copy of a generated library of sample captures (ScaleLibraries.h),
+// keeps new screen captures through the Library with the model service answering at once (the fake one,
+// in process) and drains them. Prints, per library size:
 //   - captures processed per second, and the time per capture outside text recognition and model calls
 //     (those two are timed on their own with the same inputs and taken off);
 //   - the organizing step per capture (organize() again on the captures just filed), against deciding
@@ -10,6 +10,7 @@
 //   build/release/bench/PipelineBench [captures…]   (default 1000 10000 100000)
 #include "BenchHarness.h"
 #include "Library/Library.h"
+#include "ScaleLibraries.h"
 #include "Understanding/EmbeddingText.h"
 #include "Understanding/Reader.h"
 #include "support/FakeModelService.h"
@@ -59,15 +60,11 @@ Organizer::Decision decidedAfresh(LibraryStore& store, const std::string& model,
 
 void run(std::size_t size) {
     keepery::testing::TemporaryDirectory directory;
-    keepery::testing::SampleLibraryOptions options;
-    options.captures = size;
-    options.seed = 42;
-    options.embeddingModel = "embeddinggemma-2:440m";
+    const keepery::testing::SampleLibraryOptions options = bench::scaleLibraryOptions(size);
     const keepery::testing::SampleLibrary sample(options);
+    std::printf("\n%zu captures, %zu collections\n", size, sample.collections().size());
+    bench::copiedLibrary(sample, directory / "Library");
     LibraryStore store(directory / "Library");
-    const double buildMs = bench::milliseconds([&] { sample.write(store); });
-    std::printf("\n%zu captures, %zu collections (built in %.0f s)\n", size, sample.collections().size(),
-                buildMs / 1000);
 
     keepery::testing::FakeModelService service;
     Library worker({.store = store, .client = OllamaClient(service.host())},

@@ -9,6 +9,7 @@
 //   make bench                                  (all benchmarks; this one at 10,000 captures)
 //   build/release/bench/ScaleBench [captures…]  (this one; for example 100000)
 #include "BenchHarness.h"
+#include "ScaleLibraries.h"
 #include "Store/LibraryStore.h"
 #include "Understanding/EmbeddingText.h"
 #include "Understanding/Models.h"
@@ -37,41 +38,6 @@ namespace {
 using bench::Samples;
 using bench::Stopwatch;
 namespace fs = std::filesystem;
-
-keepery::testing::SampleLibraryOptions optionsFor(std::size_t captures) {
-    keepery::testing::SampleLibraryOptions options;
-    options.captures = captures;
-    options.collections = std::max<std::size_t>(1, captures / 50);
-    options.seed = 2026;
-    options.embeddingModel = std::string(Models::embedding);
-    return options;
-}
-
-// The data directory whose Keepery/ holds the library of `captures`, generated on first use.
-fs::path cachedLibrary(const keepery::testing::SampleLibrary& sample) {
-    const fs::path data = fs::path(KEEPERY_SCALE_CACHE) / std::to_string(sample.size());
-    const fs::path done = data / "complete";
-    if (fs::exists(done)) {
-        std::printf("library: %s (cached)\n", data.c_str());
-        return data;
-    }
-    fs::remove_all(data);
-    const Stopwatch watch;
-    {
-        LibraryStore store(data / "Keepery");
-        sample.writeCollections(store);
-        constexpr std::size_t step = 10000;
-        for (std::size_t first = 0; first < sample.size(); first += step) {
-            sample.writeCaptures(store, first, step);
-            std::fprintf(stderr, "\r  generating: %zu of %zu", std::min(sample.size(), first + step),
-                         sample.size());
-        }
-        std::fprintf(stderr, "\n");
-    }
-    std::ofstream(done) << "complete\n";
-    std::printf("library: %s (generated in %.0f s)\n", data.c_str(), watch.seconds());
-    return data;
-}
 
 // A field of /proc/<pid>/status in MB ("VmRSS", "VmHWM").
 double statusMB(int pid, const std::string& field) {
@@ -196,10 +162,10 @@ void line(const char* what, const Timings& timings) {
 }
 
 void run(std::size_t captures) {
-    const keepery::testing::SampleLibrary sample(optionsFor(captures));
+    const keepery::testing::SampleLibrary sample(bench::scaleLibraryOptions(captures));
     std::printf("\n%zu captures, %zu collections, two 768-d vectors each\n", captures,
                 sample.collections().size());
-    const fs::path data = cachedLibrary(sample);
+    const fs::path data = bench::cachedLibrary(sample);
     const Queries queries = queriesFor(sample);
 
     keepery::testing::TemporaryDirectory home;
