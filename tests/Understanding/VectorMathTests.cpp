@@ -44,11 +44,20 @@ TEST(VectorMath, BatchScoresEqualThePlainLoopBitForBit) {
             auto rows = randomFloats(count * dimension + dimension / 2, random);
             std::vector<float> scores(count, -1.0f);
             VectorMath::dots(query, rows, dimension, scores);
+            // The same rows found anywhere: here from last to first.
+            std::vector<const float*> starts;
+            for (std::size_t r = count; r-- > 0;) {
+                starts.push_back(rows.data() + r * dimension);
+            }
+            std::vector<float> scattered(count, -1.0f);
+            VectorMath::dots(query, starts, dimension, scattered);
             for (std::size_t r = 0; r < count; ++r) {
                 const std::span<const float> row(rows.data() + r * dimension, dimension);
-                const float plain = VectorMath::dot(query, row);
-                ASSERT_EQ(std::bit_cast<std::uint32_t>(scores[r]), std::bit_cast<std::uint32_t>(plain))
+                const auto plain = std::bit_cast<std::uint32_t>(VectorMath::dot(query, row));
+                ASSERT_EQ(std::bit_cast<std::uint32_t>(scores[r]), plain)
                     << "dimension " << dimension << ", row " << r << " of " << count;
+                ASSERT_EQ(std::bit_cast<std::uint32_t>(scattered[count - 1 - r]), plain)
+                    << "scattered, dimension " << dimension << ", row " << r << " of " << count;
             }
         }
     }

@@ -17,15 +17,27 @@
 namespace keepery::VectorMath {
 namespace {
 
+// Where each row starts: one after another in one array, or anywhere.
+struct ContiguousRows {
+    const float* first;
+    std::size_t dimension;
+    const float* operator()(std::size_t r) const { return first + r * dimension; }
+};
+struct ScatteredRows {
+    const float* const* starts;
+    const float* operator()(std::size_t r) const { return starts[r]; }
+};
+
 // Four rows at once with four independent scalar sums, so that the additions of different rows overlap.
-void dotsPortable(const float* query, const float* rows, std::size_t dimension, std::size_t count,
+template <class Rows>
+void dotsPortable(const float* query, Rows rowAt, std::size_t dimension, std::size_t first, std::size_t count,
                   float* out) {
-    std::size_t r = 0;
+    std::size_t r = first;
     for (; r + 4 <= count; r += 4) {
-        const float* row0 = rows + r * dimension;
-        const float* row1 = row0 + dimension;
-        const float* row2 = row1 + dimension;
-        const float* row3 = row2 + dimension;
+        const float* row0 = rowAt(r);
+        const float* row1 = rowAt(r + 1);
+        const float* row2 = rowAt(r + 2);
+        const float* row3 = rowAt(r + 3);
         float sum0 = 0, sum1 = 0, sum2 = 0, sum3 = 0;
         for (std::size_t i = 0; i < dimension; ++i) {
             const float q = query[i];
@@ -40,7 +52,7 @@ void dotsPortable(const float* query, const float* rows, std::size_t dimension, 
         out[r + 3] = sum3;
     }
     for (; r < count; ++r) {
-        const float* row = rows + r * dimension;
+        const float* row = rowAt(r);
         float sum = 0;
         for (std::size_t i = 0; i < dimension; ++i) {
             sum += row[i] * query[i];
@@ -79,80 +91,76 @@ __attribute__((target("avx2"))) inline void transpose8(__m256 a[8]) {
     a[7] = _mm256_permute2f128_ps(s3, s7, 0x31);
 }
 
-// The products of eight consecutive elements of eight rows, multiplied lane by lane with the query's eight
-// elements and turned so that vector k holds element i + k of every row.
-__attribute__((target("avx2"))) inline void products8(const float* row, std::size_t dimension, std::size_t i,
-                                                      __m256 q, __m256 p[8]) {
-    for (int k = 0; k < 8; ++k) {
-        p[k] = _mm256_mul_ps(_mm256_loadu_ps(row + static_cast<std::size_t>(k) * dimension + i), q);
+// The products of eight consecutive elements of rows r to r + 7, multiplied lane by lane with the query's
+// eight elements and turned so that vector k holds element i + k of every row.
+template <class Rows>
+__attribute__((target("avx2"))) inline void products8(Rows rowAt, std::size_t r, std::size_t i, __m256 q,
+                                                      __m256 p[8]) {
+    for (std::size_t k = 0; k < 8; ++k) {
+        p[k] = _mm256_mul_ps(_mm256_loadu_ps(rowAt(r + k) + i), q);
     }
     transpose8(p);
 }
 
-// Lane r of the result is element i of row r, times the query's element i.
-__attribute__((target("avx2"))) inline __m256 productColumn(const float* row, std::size_t dimension,
-                                                            std::size_t i, float q) {
-    const __m256 column = _mm256_setr_ps(
-        row[i], row[dimension + i], row[2 * dimension + i], row[3 * dimension + i], row[4 * dimension + i],
-        row[5 * dimension + i], row[6 * dimension + i], row[7 * dimension + i]);
+// Lane k of the result is element i of row r + k, times the query's element i.
+template <class Rows>
+__attribute__((target("avx2"))) inline __m256 productColumn(Rows rowAt, std::size_t r, std::size_t i,
+                                                            float q) {
+    const __m256 column = _mm256_setr_ps(rowAt(r)[i], rowAt(r + 1)[i], rowAt(r + 2)[i], rowAt(r + 3)[i],
+                                         rowAt(r + 4)[i], rowAt(r + 5)[i], rowAt(r + 6)[i], rowAt(r + 7)[i]);
     return _mm256_mul_ps(column, _mm256_set1_ps(q));
 }
 
-// Sixteen rows at a time, eight per vector of sums, lane r holding row r's running sum. Two groups keep
+// Sixteen rows at a time, eight per vector of sums, lane k holding row r + k's running sum. Two groups keep
 // two chains of additions in flight; the additions within each chain stay in index order.
-__attribute__((target("avx2"))) void dotsAVX2(const float* query, const float* rows, std::size_t dimension,
+template <class Rows>
+__attribute__((target("avx2"))) void dotsAVX2(const float* query, Rows rowAt, std::size_t dimension,
                                               std::size_t count, float* out) {
     const std::size_t whole = dimension - dimension % 8;
     std::size_t r = 0;
     for (; r + 16 <= count; r += 16) {
-        const float* a = rows + r * dimension;
-        const float* b = a + 8 * dimension;
         __m256 sumA = _mm256_setzero_ps();
         __m256 sumB = _mm256_setzero_ps();
         const bool more = r + 32 <= count;
         for (std::size_t i = 0; i < whole; i += 8) {
             if (more && i % 16 == 0) {
                 // The next sixteen rows, one cache line of each, while this block is scored.
-                const float* next = a + 16 * dimension + i;
-                for (int k = 0; k < 16; ++k) {
-                    _mm_prefetch(
-                        reinterpret_cast<const char*>(next + static_cast<std::size_t>(k) * dimension),
-                        _MM_HINT_T0);
+                for (std::size_t k = 0; k < 16; ++k) {
+                    _mm_prefetch(reinterpret_cast<const char*>(rowAt(r + 16 + k) + i), _MM_HINT_T0);
                 }
             }
             const __m256 q = _mm256_loadu_ps(query + i);
             __m256 pa[8];
             __m256 pb[8];
-            products8(a, dimension, i, q, pa);
-            products8(b, dimension, i, q, pb);
+            products8(rowAt, r, i, q, pa);
+            products8(rowAt, r + 8, i, q, pb);
             for (int k = 0; k < 8; ++k) {
                 sumA = _mm256_add_ps(sumA, pa[k]);
                 sumB = _mm256_add_ps(sumB, pb[k]);
             }
         }
         for (std::size_t i = whole; i < dimension; ++i) {
-            sumA = _mm256_add_ps(sumA, productColumn(a, dimension, i, query[i]));
-            sumB = _mm256_add_ps(sumB, productColumn(b, dimension, i, query[i]));
+            sumA = _mm256_add_ps(sumA, productColumn(rowAt, r, i, query[i]));
+            sumB = _mm256_add_ps(sumB, productColumn(rowAt, r + 8, i, query[i]));
         }
         _mm256_storeu_ps(out + r, sumA);
         _mm256_storeu_ps(out + r + 8, sumB);
     }
     for (; r + 8 <= count; r += 8) {
-        const float* a = rows + r * dimension;
         __m256 sum = _mm256_setzero_ps();
         for (std::size_t i = 0; i < whole; i += 8) {
             __m256 p[8];
-            products8(a, dimension, i, _mm256_loadu_ps(query + i), p);
+            products8(rowAt, r, i, _mm256_loadu_ps(query + i), p);
             for (int k = 0; k < 8; ++k) {
                 sum = _mm256_add_ps(sum, p[k]);
             }
         }
         for (std::size_t i = whole; i < dimension; ++i) {
-            sum = _mm256_add_ps(sum, productColumn(a, dimension, i, query[i]));
+            sum = _mm256_add_ps(sum, productColumn(rowAt, r, i, query[i]));
         }
         _mm256_storeu_ps(out + r, sum);
     }
-    dotsPortable(query, rows + r * dimension, dimension, count - r, out + r);
+    dotsPortable(query, rowAt, dimension, r, count, out);
 }
 
 bool hasAVX2() {
@@ -161,6 +169,17 @@ bool hasAVX2() {
 }
 
 #endif
+
+template <class Rows>
+void scoreRows(const float* query, Rows rowAt, std::size_t dimension, std::size_t count, float* out) {
+#ifdef KEEPERY_VECTOR_AVX2
+    if (hasAVX2()) {
+        dotsAVX2(query, rowAt, dimension, count, out);
+        return;
+    }
+#endif
+    dotsPortable(query, rowAt, dimension, 0, count, out);
+}
 
 } // namespace
 
@@ -189,13 +208,20 @@ void dots(std::span<const float> query, std::span<const float> rows, std::size_t
         std::fill_n(out.begin(), count, 0.0f);
         return;
     }
-#ifdef KEEPERY_VECTOR_AVX2
-    if (hasAVX2()) {
-        dotsAVX2(query.data(), rows.data(), dimension, count, out.data());
+    scoreRows(query.data(), ContiguousRows{rows.data(), dimension}, dimension, count, out.data());
+}
+
+void dots(std::span<const float> query, std::span<const float* const> rows, std::size_t dimension,
+          std::span<float> out) {
+    if (out.size() < rows.size()) {
+        throw std::invalid_argument("VectorMath::dots: room for " + std::to_string(out.size()) +
+                                    " results, " + std::to_string(rows.size()) + " rows");
+    }
+    if (query.size() != dimension || dimension == 0) {
+        std::fill_n(out.begin(), rows.size(), 0.0f);
         return;
     }
-#endif
-    dotsPortable(query.data(), rows.data(), dimension, count, out.data());
+    scoreRows(query.data(), ScatteredRows{rows.data()}, dimension, rows.size(), out.data());
 }
 
 std::vector<float> unit(std::span<const float> v) {

@@ -22,6 +22,11 @@ namespace keepery::VectorMath {
 void dots(std::span<const float> query, std::span<const float> rows, std::size_t dimension,
           std::span<float> out);
 
+// The same for rows found anywhere: `dot(query, row)` for every row, each `dimension` floats from its start,
+// into `out[r]`, bit for bit as `dot` gives it; all 0 when `query.size()` differs from `dimension`.
+void dots(std::span<const float> query, std::span<const float* const> rows, std::size_t dimension,
+          std::span<float> out);
+
 // `v` scaled to unit length; returned unchanged when empty or when its norm is 0 or not a number.
 [[nodiscard]] std::vector<float> unit(std::span<const float> v);
 
