@@ -219,6 +219,12 @@ TEST_F(OrganizingStep, FilesEveryCaptureAsTheListsReadAfreshDecide) {
             library.move("c" + std::to_string(i - 3), std::nullopt);
         } else if (i % 23 == 11) {
             library.deleteCapture("c" + std::to_string(i - 7));
+        } else if (i % 23 == 14) {
+            // The oldest unsorted capture goes: newer ones stand after its vectors.
+            const std::vector<Capture> unsorted = store.captures(LibraryFilter::unsorted(), 1000);
+            if (!unsorted.empty()) {
+                library.deleteCapture(unsorted.back().id);
+            }
         } else if (i % 23 == 17) {
             other.setCollection("c" + std::to_string(i - 2), std::nullopt);
         }

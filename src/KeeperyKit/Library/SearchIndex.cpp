@@ -15,6 +15,27 @@ std::size_t indexOf(VectorSpace space) {
     return static_cast<std::size_t>(static_cast<VectorSpace::Case>(space));
 }
 
+// `dot(vector, row)` for every row, bit for bit; the rows of the vector's length are scored side by side.
+std::vector<float> similarities(std::span<const float> vector, std::span<const std::span<const float>> rows) {
+    std::vector<float> scores(rows.size());
+    std::vector<const float*> starts;
+    std::vector<std::size_t> positions;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        if (!vector.empty() && rows[i].size() == vector.size()) {
+            starts.push_back(rows[i].data());
+            positions.push_back(i);
+        } else {
+            scores[i] = VectorMath::dot(vector, rows[i]);
+        }
+    }
+    std::vector<float> scored(starts.size());
+    VectorMath::dots(vector, starts, vector.size(), scored);
+    for (std::size_t j = 0; j < positions.size(); ++j) {
+        scores[positions[j]] = scored[j];
+    }
+    return scores;
+}
+
 } // namespace
 
 // What a load read, handed from its thread to the index when the thread is joined.
@@ -82,6 +103,7 @@ void SearchIndex::finishLoad(LibraryStore& store) {
 }
 
 void SearchIndex::keep(Vectors& cached, LibraryStore::VectorRows rows, LibraryStore::Generation generation) {
+    unsortedRowsKnown_ = false;
     cached.rows = std::move(rows);
     cached.dimension = cached.rows.size() == 0 ? 0 : cached.rows.row(0).size();
     for (std::size_t i = 1; i < cached.rows.size() && cached.dimension != 0; ++i) {
@@ -107,6 +129,7 @@ std::array<SearchIndex::Vectors, 2>& SearchIndex::vectors(LibraryStore& store) {
         cached = {};
     }
     centroids_.clear();
+    unsortedRowsKnown_ = false;
     std::array<LibraryStore::VectorRows, 2> rows = store.vectorRows(model_);
     for (std::size_t s = 0; s < spaces_.size(); ++s) {
         keep(spaces_[s], std::move(rows[s]), now);
@@ -214,6 +237,7 @@ void SearchIndex::keepListing(std::vector<LibraryStore::Membership> read, Librar
             unsorted_.push_back(membership.captureID);
         }
     }
+    unsortedRowsKnown_ = false;
     listing_.cut = static_cast<std::int64_t>(read.size()) >= limit;
     listing_.limit = limit;
     listing_.generation = generation;
@@ -230,6 +254,8 @@ void SearchIndex::forgetListing() {
     listing_ = {};
     members_.clear();
     unsorted_.clear();
+    unsortedRows_.clear();
+    unsortedRowsKnown_ = false;
     centroids_.clear();
 }
 
@@ -260,6 +286,20 @@ const std::optional<std::vector<float>>& SearchIndex::centroid(const std::string
     return found->second;
 }
 
+const std::vector<std::size_t>& SearchIndex::unsortedRows() {
+    if (!unsortedRowsKnown_) {
+        const Vectors& meaning = kept(VectorSpace::meaning);
+        unsortedRows_.clear();
+        unsortedRows_.reserve(unsorted_.size());
+        for (const std::string& other : unsorted_) {
+            const auto row = meaning.rowOf.find(other);
+            unsortedRows_.push_back(row == meaning.rowOf.end() ? noRow : row->second);
+        }
+        unsortedRowsKnown_ = true;
+    }
+    return unsortedRows_;
+}
+
 Organizer::Decision SearchIndex::decide(LibraryStore& store, const Organizer& organizer, std::string_view id,
                                         std::span<const float> vector, std::int64_t limit) {
     const Vectors& meaning = vectors(store)[indexOf(VectorSpace::meaning)];
@@ -271,31 +311,45 @@ Organizer::Decision SearchIndex::decide(LibraryStore& store, const Organizer& or
     if (const auto self = listing_.byID.find(std::string(id)); self != listing_.byID.end()) {
         ownCollection = self->second.collectionID;
     }
-    std::vector<Organizer::Group> candidates;
+    // Every collection's centroid, scored side by side; then the same walk keeps those close enough.
+    std::optional<std::vector<float>> own;
+    std::vector<const std::optional<std::vector<float>>*> centers;
+    centers.reserve(members_.size());
     for (const auto& [collectionID, ids] : members_) {
-        const bool holdsItself = ownCollection == collectionID;
-        std::optional<std::vector<float>> own;
-        if (holdsItself) {
+        if (ownCollection == collectionID) {
             own = VectorMath::centroid(memberVectors(ids, id));
+            centers.push_back(&own);
+        } else {
+            centers.push_back(&centroid(collectionID));
         }
-        const std::optional<std::vector<float>>& center = holdsItself ? own : centroid(collectionID);
-        if (center && VectorMath::dot(vector, *center) >= organizer.thresholds.join) {
+    }
+    std::vector<std::span<const float>> centerRows;
+    centerRows.reserve(centers.size());
+    for (const std::optional<std::vector<float>>* center : centers) {
+        centerRows.push_back(*center ? std::span<const float>(**center) : std::span<const float>());
+    }
+    const std::vector<float> centerScores = similarities(vector, centerRows);
+    std::vector<Organizer::Group> candidates;
+    std::size_t c = 0;
+    for (const auto& [collectionID, ids] : members_) {
+        const std::size_t at = c++;
+        if (*centers[at] && centerScores[at] >= organizer.thresholds.join) {
             candidates.push_back({collectionID, memberVectors(ids, id)});
         }
     }
     // Only unsorted captures at least `form` close are kept by the organizer.
+    const std::vector<std::size_t>& rows = unsortedRows();
+    std::vector<std::span<const float>> theirs(rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        if (rows[i] != noRow && unsorted_[i] != id) {
+            theirs[i] = meaning.rows.row(rows[i]);
+        }
+    }
+    const std::vector<float> unsortedScores = similarities(vector, theirs);
     std::vector<Organizer::Candidate> close;
-    for (const std::string& other : unsorted_) {
-        if (other == id) {
-            continue;
-        }
-        const auto row = meaning.rowOf.find(other);
-        if (row == meaning.rowOf.end()) {
-            continue;
-        }
-        const std::span<const float> theirs = meaning.rows.row(row->second);
-        if (VectorMath::dot(vector, theirs) >= organizer.thresholds.form) {
-            close.push_back({other, theirs});
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        if (rows[i] != noRow && unsorted_[i] != id && unsortedScores[i] >= organizer.thresholds.form) {
+            close.push_back({unsorted_[i], theirs[i]});
         }
     }
     return organizer.decide(vector, candidates, close);
@@ -324,6 +378,7 @@ bool SearchIndex::vectorsFollow(VectorSpace space, const Write& write) {
         cached = {};
         if (space == VectorSpace::meaning) {
             centroids_.clear();
+            unsortedRowsKnown_ = false;
         }
     }
     return false;
@@ -352,21 +407,24 @@ bool SearchIndex::before(const std::string& a, const std::string& b) const {
     return x.order < y.order;
 }
 
-void SearchIndex::insertOrdered(std::vector<std::string>& ids, const std::string& id) const {
+std::size_t SearchIndex::insertOrdered(std::vector<std::string>& ids, const std::string& id) const {
     const auto at = std::lower_bound(
         ids.begin(), ids.end(), id, [&](const std::string& a, const std::string& b) { return before(a, b); });
-    ids.insert(at, id);
+    const auto inserted = ids.insert(at, id);
+    return static_cast<std::size_t>(inserted - ids.begin());
 }
 
-void SearchIndex::eraseOrdered(std::vector<std::string>& ids, const std::string& id) const {
+std::size_t SearchIndex::eraseOrdered(std::vector<std::string>& ids, const std::string& id) const {
     auto at = std::lower_bound(ids.begin(), ids.end(), id,
                                [&](const std::string& a, const std::string& b) { return before(a, b); });
     while (at != ids.end() && *at != id) {
         ++at;
     }
+    const auto index = static_cast<std::size_t>(at - ids.begin());
     if (at != ids.end()) {
         ids.erase(at);
     }
+    return index;
 }
 
 void SearchIndex::unplace(const std::string& id, const Listed& entry) {
@@ -379,7 +437,10 @@ void SearchIndex::unplace(const std::string& id, const Listed& entry) {
             }
         }
     } else if (entry.organized) {
-        eraseOrdered(unsorted_, id);
+        const std::size_t at = eraseOrdered(unsorted_, id);
+        if (unsortedRowsKnown_ && at < unsortedRows_.size()) {
+            unsortedRows_.erase(unsortedRows_.begin() + static_cast<std::ptrdiff_t>(at));
+        }
     }
 }
 
@@ -388,7 +449,13 @@ void SearchIndex::place(const std::string& id, const Listed& entry) {
         centroids_.erase(*entry.collectionID);
         insertOrdered(members_[*entry.collectionID], id);
     } else if (entry.organized) {
-        insertOrdered(unsorted_, id);
+        const std::size_t at = insertOrdered(unsorted_, id);
+        if (unsortedRowsKnown_) {
+            const Vectors& meaning = kept(VectorSpace::meaning);
+            const auto row = meaning.rowOf.find(id);
+            unsortedRows_.insert(unsortedRows_.begin() + static_cast<std::ptrdiff_t>(at),
+                                 row == meaning.rowOf.end() ? noRow : row->second);
+        }
     }
 }
 
@@ -462,6 +529,13 @@ void SearchIndex::appendRow(Vectors& cached, const std::string& id, const std::v
     } else if (vector.size() != cached.dimension) {
         cached.dimension = 0;
     }
+    if (&cached == &kept(VectorSpace::meaning) && unsortedRowsKnown_) {
+        // A new row for a capture already unsorted (vectors made again) is rare: the rows are found anew.
+        const auto entry = listing_.byID.find(id);
+        if (entry != listing_.byID.end() && entry->second.organized && !entry->second.collectionID) {
+            unsortedRowsKnown_ = false;
+        }
+    }
     cached.rowOf[id] = rows.size();
     rows.ids.push_back(id);
     rows.floats.insert(rows.floats.end(), vector.begin(), vector.end());
@@ -488,6 +562,15 @@ void SearchIndex::eraseRow(Vectors& cached, const std::string& id) {
     for (auto& [other, index] : cached.rowOf) {
         if (index > row) {
             --index;
+        }
+    }
+    if (&cached == &kept(VectorSpace::meaning) && unsortedRowsKnown_) {
+        for (std::size_t& index : unsortedRows_) {
+            if (index == row) {
+                index = noRow;
+            } else if (index != noRow && index > row) {
+                --index;
+            }
         }
     }
 }

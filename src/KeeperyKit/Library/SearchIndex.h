@@ -155,13 +155,15 @@ private:
 
     // Listing order.
     [[nodiscard]] bool before(const std::string& a, const std::string& b) const;
-    void insertOrdered(std::vector<std::string>& ids, const std::string& id) const;
-    void eraseOrdered(std::vector<std::string>& ids, const std::string& id) const;
+    // Both return where the id went or was (ids.size() when it was not there).
+    std::size_t insertOrdered(std::vector<std::string>& ids, const std::string& id) const;
+    std::size_t eraseOrdered(std::vector<std::string>& ids, const std::string& id) const;
     // Takes the capture out of its collection's members and the unsorted list, then puts it back where
     // its entry now says.
     void unplace(const std::string& id, const Listed& entry);
     void place(const std::string& id, const Listed& entry);
     void setEntry(const std::string& id, const std::optional<std::string>& collectionID, bool organized);
+    const std::vector<std::size_t>& unsortedRows();
     void appendRow(Vectors& cached, const std::string& id, const std::vector<float>& vector);
     void eraseRow(Vectors& cached, const std::string& id);
 
@@ -177,6 +179,10 @@ private:
     SearchMerge::CollectionMembers members_;
     // The organized captures in no collection, newest first.
     std::vector<std::string> unsorted_;
+    // The meaning row of each of unsorted_ (noRow: none), kept in step with it and with the rows once made.
+    static constexpr std::size_t noRow = static_cast<std::size_t>(-1);
+    std::vector<std::size_t> unsortedRows_;
+    bool unsortedRowsKnown_ = false;
     std::unordered_map<std::string, std::optional<std::vector<float>>> centroids_;
     std::array<std::vector<float>, 2> scratch_;
     std::unique_ptr<Load> load_;
