@@ -133,7 +133,9 @@ static_assert(VectorSpace::allCases().size() == 2, "one block of rows per space"
 std::array<LibraryStore::VectorRows, 2> LibraryStore::vectorRows(const std::string& model) {
     const std::lock_guard guard(mutex_);
     // How many rows each space has (of any model), from the key's index alone: each space's floats are
-    // then placed once, never copied as they grow. Room reserved and never written costs no memory.
+    // then placed once, never copied as they grow, with room for a quarter more (the captures this process
+    // embeds next join the rows kept in memory without copying them all). Room reserved and never written
+    // costs no memory.
     std::array<std::size_t, 2> stored{};
     db_.forEachRow(
         "SELECT space, count(*) FROM vectors GROUP BY space", {}, [&](const Database::Cursor& cursor) {
@@ -144,6 +146,9 @@ std::array<LibraryStore::VectorRows, 2> LibraryStore::vectorRows(const std::stri
                     static_cast<std::size_t>(std::max<std::int64_t>(0, cursor.value(1).asInt().value_or(0)));
             }
         });
+    for (std::size_t& count : stored) {
+        count += count / 4 + 64;
+    }
     std::array<VectorRows, 2> rows;
     for (std::size_t s = 0; s < rows.size(); ++s) {
         rows[s].ids.reserve(stored[s]);
