@@ -239,7 +239,7 @@ void Library::read(Lock& lock, Capture& capture) {
 }
 
 Capture Library::describe(Lock& lock, const Capture& capture) {
-    const Describer describer(client_, visionModel_);
+    const Describer describer(client_, visionModel_, timeouts_.describing);
     const std::vector<std::uint8_t> image = modelImage(capture);
     const Describer::Context context = Describer::Context::from(capture);
     CaptureDescription description;
@@ -263,7 +263,7 @@ void Library::embed(Lock& lock, const Capture& capture) {
     std::vector<std::vector<float>> vectors;
     {
         const Unlocked unlocked(lock);
-        vectors = client_.embed(embeddingModel_, inputs, embeddingTimeout);
+        vectors = client_.embed(embeddingModel_, inputs, timeouts_.embedding);
     }
     if (vectors.size() != inputs.size()) {
         throw OllamaClient::Failure::badReply("expected 2 embeddings");
