@@ -28,9 +28,10 @@ protected:
         library.setOnChange([this] { ++announcements; });
     }
 
-    Library makeLibrary(const std::string& host) {
-        return Library({.store = store, .client = OllamaClient(host), .clock = clock, .files = files},
-                       {.visionModel = vision, .embeddingModel = embedding, .locale = "en-US"});
+    Library makeLibrary(const std::string& host, Library::ModelTimeouts timeouts = {}) {
+        return Library(
+            {.store = store, .client = OllamaClient(host), .clock = clock, .files = files},
+            {.visionModel = vision, .embeddingModel = embedding, .timeouts = timeouts, .locale = "en-US"});
     }
 
     static std::vector<std::uint8_t> picture(int width, int height) {
@@ -157,25 +158,58 @@ TEST_F(LibraryPipeline, OneAdvanceCarriesANewCaptureToOrganizedWithTwoAnnounceme
     EXPECT_EQ(service.requests().size(), requests);
 }
 
+// Every way the model service can fail a step ends as the step's failure with its retry time: nothing
+// half-stored, nothing waiting longer than the call's time-out.
 TEST_F(LibraryPipeline, AFailedStepRecordsItsTextAndIsRetriedOnlyAfterItsDelay) {
+    using Reply = FakeModelService::Reply;
+    // A library that gives up on a silent service after a second.
+    Library impatient = makeLibrary(service.host(), {.describing = 1s, .naming = 1s, .embedding = 1s});
     struct Case {
         const char* name;
         std::function<void()> breakService;
         std::string error;
         std::chrono::seconds delay;
         CaptureStage stage;
+        Library& worker;
     };
+    const auto embedReply = [&](std::string body) {
+        return [this, body] { service.failWith("/api/embed", Reply::json(200, body)); };
+    };
+    const std::string expectedTwo = "Unexpected reply from Ollama: expected 2 embeddings";
+    const std::string notJSON = "Unexpected reply from Ollama: not a JSON object";
     FakeModelService down;
     down.refuseConnections();
     const std::vector<Case> cases{
         {"a missing vision model", [&] { service.removeModel(vision); },
-         "A model is missing: model \"qwen3.5:4b\" not found, try pulling it first", 300s,
-         CaptureStage::read},
+         "A model is missing: model \"qwen3.5:4b\" not found, try pulling it first", 300s, CaptureStage::read,
+         library},
         {"a failing embedding model",
-         [&] { service.failModel(embedding, FakeModelService::Reply::error(500, "out of memory")); },
-         "Ollama answered 500: out of memory", 600s, CaptureStage::described},
-        {"a reply that is not JSON", [&] { service.answerNext("I cannot help with that."); },
-         "notJSON(\"I cannot help with that.\")", 600s, CaptureStage::read},
+         [&] { service.failModel(embedding, Reply::error(500, "out of memory")); },
+         "Ollama answered 500: out of memory", 600s, CaptureStage::described, library},
+        {"a 500 with an HTML page", [&] { service.failWith("/api/generate", Reply::html(500, 1000)); },
+         "Ollama answered 500: " + Reply::html(500, 1000).body.substr(0, 200), 600s, CaptureStage::read,
+         library},
+        {"a model answer that is not JSON", [&] { service.answerNext("I cannot help with that."); },
+         "notJSON(\"I cannot help with that.\")", 600s, CaptureStage::read, library},
+        {"a reply cut off inside its JSON", embedReply(R"({"embeddings": [[0.1, 0.2)"), notJSON, 600s,
+         CaptureStage::described, library},
+        {"NaN among the numbers", embedReply(R"({"embeddings": [[NaN, 0.5], [0.5, 0.5]]})"), notJSON, 600s,
+         CaptureStage::described, library},
+        {"vectors shorter than the stored ones", embedReply(R"({"embeddings": [[0.6, 0.8], [0.6, 0.8]]})"),
+         "Unexpected reply from Ollama: embeddings of 2 numbers, where the library's have 768", 600s,
+         CaptureStage::described, library},
+        {"vectors of two lengths", embedReply(R"({"embeddings": [[0.6, 0.8], [1]]})"),
+         "Unexpected reply from Ollama: embeddings of 2 and 1 numbers, where the library's have 768", 600s,
+         CaptureStage::described, library},
+        {"no vectors", embedReply(R"({"embeddings": []})"), expectedTwo, 600s, CaptureStage::described,
+         library},
+        {"empty vectors", embedReply(R"({"embeddings": [[], []]})"),
+         "Unexpected reply from Ollama: embeddings of 0 numbers, where the library's have 768", 600s,
+         CaptureStage::described, library},
+        {"a description stalled past the time-out", [&] { service.stall("/api/generate", 10); },
+         "Ollama is not running", 60s, CaptureStage::read, impatient},
+        {"an embedding stalled past the time-out", [&] { service.stall("/api/embed", 10); },
+         "Ollama is not running", 60s, CaptureStage::described, impatient},
     };
     int n = 0;
     for (const Case& c : cases) {
@@ -183,13 +217,16 @@ TEST_F(LibraryPipeline, AFailedStepRecordsItsTextAndIsRetriedOnlyAfterItsDelay) 
         const std::string id = "c" + std::to_string(n);
         stored(id, ++n);
         c.breakService();
-        library.work();
+        const auto started = std::chrono::steady_clock::now();
+        c.worker.work();
+        EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
         auto failed = store.capture(id);
         EXPECT_EQ(failed->stage, c.stage);
         EXPECT_EQ(failed->lastError, c.error);
         EXPECT_EQ(column(id, "attempts").asInt(), 1);
         EXPECT_DOUBLE_EQ(*column(id, "next_attempt_at").asDouble(),
                          now() + static_cast<double>(c.delay.count()));
+        EXPECT_FALSE(store.vector(id, VectorSpace::look)) << "a bad reply is never stored";
 
         // Inside the delay nothing is due; past it the step is tried again and succeeds.
         service.clearFailures();

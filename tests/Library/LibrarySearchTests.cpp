@@ -165,9 +165,20 @@ TEST_F(LibrarySearch, WithoutTheModelServiceWordsRankAloneAndCollectionsComplete
     EXPECT_EQ(idsOf(library.search("ramen")), expected);
 }
 
-TEST_F(LibrarySearch, AServiceAnsweringGarbageOrVectorsNotFiniteOnceScaledGivesNoVectorEvidence) {
+TEST_F(LibrarySearch, AServiceFailingStallingOrAnsweringUnfitVectorsGivesNoVectorEvidence) {
     add("words", 1, "ramen shop", axis(1), axis(1));
     add("look", 2, "something else", axis(0), axis(0));
+    const auto wordsAlone = [&](const std::string& what, Library& searching) {
+        const SearchFindings found = searching.findings("ramen");
+        EXPECT_EQ(idsOf(found), (std::vector<std::string>{"words"})) << what;
+        EXPECT_EQ(reasonsOf(found, "words"), std::set<SearchReason>{SearchReason::words}) << what;
+    };
+    // A query vector of another length than the stored ones scores 0 against all of them alike, and among
+    // few vectors all would stand out.
+    service.failWith("/api/embed", FakeModelService::Reply::json(200, R"({"embeddings": [[1, 0, 0]]})"));
+    wordsAlone("a query vector of another length", library);
+    service.clearFailures();
+
     for (int i = 0; i < 5; ++i) {
         add("crowd" + std::to_string(i), 10 + i, "crowd", axis(3), axis(3));
     }
@@ -175,26 +186,32 @@ TEST_F(LibrarySearch, AServiceAnsweringGarbageOrVectorsNotFiniteOnceScaledGivesN
     add("odd", 3, "unrelated", std::vector<float>{1.0f, 0.0f}, std::vector<float>{1.0f, 0.0f});
     answerQuery("ramen", axis(0));
     EXPECT_EQ(idsOf(library.findings("ramen")), (std::vector<std::string>{"look", "words"}));
-
-    const auto wordsAlone = [&](const std::string& what) {
-        const SearchFindings found = library.findings("ramen");
-        EXPECT_EQ(idsOf(found), (std::vector<std::string>{"words"})) << what;
-        EXPECT_EQ(reasonsOf(found, "words"), std::set<SearchReason>{SearchReason::words}) << what;
-    };
     for (const FakeModelService::Reply& garbage :
          {FakeModelService::Reply::json(200, "[]"),
           FakeModelService::Reply::json(200, R"({"embeddings": []})"),
           FakeModelService::Reply::text(200, "not json"), FakeModelService::Reply::html(500, 300),
-          FakeModelService::Reply::error(404, "model not found")}) {
+          FakeModelService::Reply::error(404, "model not found"),
+          FakeModelService::Reply::json(200, R"({"embeddings": [[NaN, 1, 0, 0]]})"),
+          FakeModelService::Reply::json(200, R"({"embeddings": [[]]})")}) {
         service.failWith("/api/embed", garbage);
-        wordsAlone(garbage.body);
+        wordsAlone(garbage.body, library);
     }
     service.clearFailures();
     for (const std::vector<double>& answer :
          {std::vector<double>(4, 1e300), std::vector<double>{0.5, 1e39, 0.5, 0.5}}) {
         service.setEmbedding(EmbeddingText::query("ramen"), answer);
-        wordsAlone(std::to_string(answer[1]));
+        wordsAlone(std::to_string(answer[1]), library);
     }
+
+    // A service that takes the request and never answers costs the search its time-out, no more.
+    Library impatient{{.store = store, .client = OllamaClient(service.host())},
+                      {.visionModel = "vision",
+                       .embeddingModel = model,
+                       .timeouts = {.embedding = std::chrono::seconds(1)}}};
+    service.stall("/api/embed", 10);
+    const auto started = std::chrono::steady_clock::now();
+    wordsAlone("a stalled reply", impatient);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(3));
 }
 
 TEST_F(LibrarySearch, StoredVectorsThatAreNotFiniteAreNoVectors) {

@@ -1,5 +1,7 @@
 #include "Agents/MCPServer.h"
 #include "Library/Library.h"
+#include "Platform/Clock.h"
+#include "Platform/Dates.h"
 #include "Platform/Settings.h"
 #include "Store/Database.h"
 #include "Understanding/Models.h"
@@ -273,6 +275,39 @@ TEST_F(Keepery, StatusAndModelsSpeakToTheModelService) {
 
     service.refuseConnections();
     EXPECT_THAT(keepery({"status"}).out, HasSubstr("is not answering"));
+}
+
+// What goes wrong with the model service reaches the user: a pull whose stream breaks off is no success,
+// and a step that failed is listed with its error, its attempts and its next try.
+TEST_F(Keepery, ModelServiceFaultsReachTheUser) {
+    ASSERT_EQ(keepery({"config", "vision-model", "llava:7b"}).exitStatus, 0);
+    service.cutPullAfter(2);
+    const auto cut = keepery({"models", "pull"});
+    EXPECT_EQ(cut.exitStatus, 1);
+    EXPECT_EQ(cut.out, "");
+    EXPECT_THAT(cut.err, HasSubstr("keepery: cannot pull llava:7b from the model service at " +
+                                   service.host() + ": The network connection was lost."));
+    service.clearFailures();
+
+    writeFile(home / "shot.jpg", jpegWith(quadrants(320, 240)));
+    ASSERT_EQ(keepery({"import", "--no-process", (home / "shot.jpg").string()}).exitStatus, 0);
+    service.failWith("/api/embed", FakeModelService::Reply::text(200, "{\"embeddings\": [[0.1,"));
+    const double before = Clock::system().secondsSince1970();
+    const auto worked = keepery({"work"});
+    const double after = Clock::system().secondsSince1970();
+    ASSERT_EQ(worked.exitStatus, 0) << worked.err;
+    LibraryStore store(library());
+    const auto failing = store.failing(10);
+    ASSERT_EQ(failing.size(), 1U);
+    const LibraryStore::Failing& failed = failing.front();
+    EXPECT_GE(failed.nextAttemptAt, before + 600);
+    EXPECT_LE(failed.nextAttemptAt, after + 600);
+    EXPECT_THAT(worked.out,
+                HasSubstr("Stages: captured 0 · read 0 · described 1 · embedded 0 · organized 0\n"));
+    EXPECT_THAT(worked.out, HasSubstr("Waiting for another try:\n  " + failed.capture.displayTitle() +
+                                      " (id " + failed.capture.id + "), 1 attempt, next at " +
+                                      Dates::mediumDateShortTime(failed.nextAttemptAt) +
+                                      ": Unexpected reply from Ollama: not a JSON object\n"));
 }
 
 TEST_F(Keepery, McpConfigNamesTheServerInstalledBesideIt) {

@@ -164,6 +164,7 @@ struct FakeModelService::State {
     std::map<std::string, Reply, std::less<>> failures;
     std::map<std::string, double, std::less<>> stalls;
     std::map<std::string, Reply, std::less<>> modelFailures;
+    std::optional<std::size_t> pullCut;
     std::vector<Request> received;
 
     // Records the request, waits out a stall, and gives the fixed reply for its path when there is one.
@@ -290,35 +291,46 @@ FakeModelService::FakeModelService(int port) : state_(std::make_unique<State>())
         sendJSON(response, {{"models", list}});
     });
 
-    state.server.Post("/api/pull", [&state, respond](const httplib::Request& request,
-                                                     httplib::Response& response) {
-        if (auto fixed = state.admit(request)) {
-            return respond(response, *fixed);
-        }
-        std::vector<std::string> lines;
-        {
-            std::lock_guard guard(state.lock);
-            lines = state.pullLines;
-        }
-        // One chunk per line, so that the client reads the stream as it arrives.
-        auto next = std::make_shared<std::size_t>(0);
-        response.set_chunked_content_provider(
-            "application/x-ndjson", [lines = std::move(lines), next](std::size_t, httplib::DataSink& sink) {
-                if (*next >= lines.size()) {
-                    sink.done();
+    state.server.Post(
+        "/api/pull", [&state, respond](const httplib::Request& request, httplib::Response& response) {
+            if (auto fixed = state.admit(request)) {
+                return respond(response, *fixed);
+            }
+            std::vector<std::string> lines;
+            std::optional<std::size_t> cut;
+            {
+                std::lock_guard guard(state.lock);
+                lines = state.pullLines;
+                cut = state.pullCut;
+            }
+            // One chunk per line, so that the client reads the stream as it arrives.
+            auto next = std::make_shared<std::size_t>(0);
+            response.set_chunked_content_provider(
+                "application/x-ndjson",
+                [lines = std::move(lines), cut, next](std::size_t, httplib::DataSink& sink) {
+                    if (cut && *next == *cut) {
+                        // Half a line, then the connection closes without the stream's last chunk.
+                        const std::string half = *next < lines.size()
+                                                     ? lines[*next].substr(0, lines[*next].size() / 2)
+                                                     : std::string("{\"status\":");
+                        sink.write(half.data(), half.size());
+                        return false;
+                    }
+                    if (*next >= lines.size()) {
+                        sink.done();
+                        return true;
+                    }
+                    const std::string line = lines[(*next)++] + "\n";
+                    const bool isError = JSON::parse(line, nullptr, false).contains("error");
+                    if (!sink.write(line.data(), line.size())) {
+                        return false;
+                    }
+                    if (isError) {
+                        sink.done();
+                    }
                     return true;
-                }
-                const std::string line = lines[(*next)++] + "\n";
-                const bool isError = JSON::parse(line, nullptr, false).contains("error");
-                if (!sink.write(line.data(), line.size())) {
-                    return false;
-                }
-                if (isError) {
-                    sink.done();
-                }
-                return true;
-            });
-    });
+                });
+        });
 
     // The body of a generate or embed request, or nothing when the request has been answered already (a
     // fixed reply, or a body without a model).
@@ -427,6 +439,11 @@ void FakeModelService::setPullLines(std::vector<std::string> lines) {
     state_->pullLines = std::move(lines);
 }
 
+void FakeModelService::cutPullAfter(std::size_t lines) {
+    std::lock_guard guard(state_->lock);
+    state_->pullCut = lines;
+}
+
 void FakeModelService::answerNext(std::string response) {
     std::lock_guard guard(state_->lock);
     state_->queuedAnswers.push_back(std::move(response));
@@ -466,6 +483,7 @@ void FakeModelService::clearFailures() {
     state_->failures.clear();
     state_->stalls.clear();
     state_->modelFailures.clear();
+    state_->pullCut.reset();
 }
 
 void FakeModelService::refuseConnections() {

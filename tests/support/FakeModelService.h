@@ -19,7 +19,8 @@ namespace keepery::testing {
 // description for a describer prompt, a name for a collection-naming prompt.
 //
 // It can be told to answer one path with a fixed reply (`failWith`), to hold requests past a client's
-// time-out (`stall`), to stream chosen pull lines, and to stop listening (`refuseConnections`).
+// time-out (`stall`), to stream chosen pull lines and break the stream off (`cutPullAfter`), and to stop
+// listening (`refuseConnections`).
 // All methods may be called from any thread while the server runs.
 class FakeModelService {
 public:
@@ -68,6 +69,9 @@ public:
     // The lines a pull streams, each followed by a line feed; an {"error": …} line among them makes the
     // service stop the pull as the real one does.
     void setPullLines(std::vector<std::string> lines);
+    // Pulls break off after `lines` lines: half of the next line is sent, then the connection is closed
+    // without the end of the stream, as when the service dies midway. Until clearFailures().
+    void cutPullAfter(std::size_t lines);
 
     // The response text of the next generate request (queued, used once each, in order).
     void answerNext(std::string response);

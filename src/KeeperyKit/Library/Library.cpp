@@ -26,8 +26,9 @@ void quietly(Work&& work) {
 Library::Library(Services services, Options options)
     : store_(services.store), client_(std::move(services.client)), mainQueue_(services.mainQueue),
       embeddingModel_(std::move(options.embeddingModel)), clock_(services.clock), files_(services.files),
-      locale_(std::move(options.locale)), visionModel_(std::move(options.visionModel)),
-      organizer_(options.organizer), index_(embeddingModel_, options.scan) {}
+      locale_(std::move(options.locale)), timeouts_(options.timeouts),
+      visionModel_(std::move(options.visionModel)), organizer_(options.organizer),
+      index_(embeddingModel_, options.scan) {}
 
 void Library::setOnChange(std::function<void()> callback) {
     std::lock_guard lock(lock_);
@@ -167,13 +168,21 @@ SearchFindings Library::findings(const std::string& query, std::size_t most) {
                                      : Text::prefix(trimmed, mostEmbeddedQueryCharacters)),
             std::nullopt};
         std::vector<std::vector<float>> vectors =
-            client_.embed(embeddingModel_, std::span(&input, 1), queryEmbeddingTimeout);
+            client_.embed(embeddingModel_, std::span(&input, 1), timeouts_.embedding);
         if (!vectors.empty()) {
             queryVector = std::move(vectors.front());
         }
     });
 
     lock.lock();
+    // A vector of another length than the stored ones scores 0 against all of them, and when all score
+    // alike all would stand out: it is no evidence at all.
+    quietly([&] {
+        if (const std::optional<std::size_t> held = index_.vectorLength(store_);
+            queryVector && held && queryVector->size() != *held) {
+            queryVector.reset();
+        }
+    });
     if (queryVector) {
         // Both spaces are scored in one pass over the vectors.
         std::array<std::vector<SearchMerge::ScoredID>, 2> scored;

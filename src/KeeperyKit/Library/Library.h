@@ -4,11 +4,13 @@
 #include "Library/SearchIndex.h"
 #include "Media/MediaImporter.h"
 #include "Model/Capture.h"
+#include "Organizing/CollectionNamer.h"
 #include "Organizing/Organizer.h"
 #include "Platform/Clock.h"
 #include "Platform/Files.h"
 #include "Platform/MainQueue.h"
 #include "Store/LibraryStore.h"
+#include "Understanding/Describer.h"
 #include "Understanding/OllamaClient.h"
 
 #include <array>
@@ -49,8 +51,6 @@ public:
     static constexpr std::size_t fusedHits = 60;
     // At most this many captures are read to learn who belongs to which collection.
     static constexpr std::int64_t membershipListing = 100000;
-    // How long the query's embedding may take.
-    static constexpr OllamaClient::Timeout queryEmbeddingTimeout = std::chrono::seconds(60);
     // At most this many characters of a query are embedded. The embedding model reads a couple of
     // thousand tokens and the service drops the rest, so a longer text changes nothing but the time spent
     // sending and tokenizing it (a 10 MB query took longer than the whole search ought to).
@@ -69,9 +69,19 @@ public:
         const Files& files = Files::local();
     };
 
+    // The longest wait for the model service's next bytes, by purpose: describing a capture, naming a
+    // collection, and embedding a capture or a query. A call that waits longer fails as a service that does
+    // not answer: the capture's step is retried later, a search goes on with words alone.
+    struct ModelTimeouts {
+        OllamaClient::Timeout describing = Describer::timeout;
+        OllamaClient::Timeout naming = CollectionNamer::timeout;
+        OllamaClient::Timeout embedding = std::chrono::seconds(60);
+    };
+
     struct Options {
         std::string visionModel;
         std::string embeddingModel;
+        ModelTimeouts timeouts{};
         Organizer organizer{};
         // The language of a video's speech, as a locale name ("en-US", "de_DE.UTF-8").
         std::string locale = environmentLocale();
@@ -84,7 +94,6 @@ public:
     // The longest side of the image shown to the models, and its JPEG quality.
     static constexpr int modelImagePixel = 1280;
     static constexpr double modelImageQuality = 0.85;
-    static constexpr OllamaClient::Timeout embeddingTimeout = std::chrono::seconds(60);
     // How long a failed step waits: the model service did not answer; a model is missing; anything else.
     static constexpr std::chrono::seconds unreachableDelay{60};
     static constexpr std::chrono::seconds missingModelDelay{300};
@@ -234,6 +243,7 @@ private:
     const Clock& clock_;
     const Files& files_;
     const std::string locale_;
+    const ModelTimeouts timeouts_;
 
     std::mutex lock_;
     std::string visionModel_;

@@ -64,7 +64,7 @@ void Library::nameIfDue(Lock& lock, const std::string& collectionID) {
     }
     const std::vector<Capture> newest =
         store_.captures(LibraryFilter::collection(collectionID), namingCaptures);
-    const CollectionNamer namer(client_, visionModel_);
+    const CollectionNamer namer(client_, visionModel_, timeouts_.naming);
     CollectionNamer::Naming naming;
     {
         // A rename by the user may land meanwhile; the namer's rename leaves the user's mark as it is.

@@ -9,15 +9,15 @@
 
 namespace keepery {
 
-CollectionNamer::CollectionNamer(OllamaClient client, std::string model)
-    : client_(std::move(client)), model_(std::move(model)) {}
+CollectionNamer::CollectionNamer(OllamaClient client, std::string model, OllamaClient::Timeout wait)
+    : client_(std::move(client)), model_(std::move(model)), wait_(wait) {}
 
 CollectionNamer::Naming CollectionNamer::name(std::span<const Capture> captures) const {
     return parse(client_.generate({.model = model_,
                                    .prompt = prompt(captures),
                                    .json = true,
                                    .maxTokens = maxTokens,
-                                   .timeout = timeout}));
+                                   .timeout = wait_}));
 }
 
 std::string CollectionNamer::prompt(std::span<const Capture> captures) {

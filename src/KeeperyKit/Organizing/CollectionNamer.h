@@ -31,13 +31,14 @@ public:
     static constexpr std::int64_t maxTokens = 80;
     static constexpr OllamaClient::Timeout timeout = std::chrono::seconds(120);
 
-    CollectionNamer(OllamaClient client, std::string model);
+    // `wait` is the longest wait for the service's next bytes; a longer one fails as `unreachable`.
+    CollectionNamer(OllamaClient client, std::string model, OllamaClient::Timeout wait = timeout);
 
     [[nodiscard]] const OllamaClient& client() const { return client_; }
     [[nodiscard]] const std::string& model() const { return model_; }
 
-    // The model's naming of `captures`, in the caller's order. Blocks up to 120 s. Throws
-    // OllamaClient::Failure unchanged.
+    // The model's naming of `captures`, in the caller's order. Blocks up to the wait given (120 s unless
+    // told). Throws OllamaClient::Failure unchanged.
     [[nodiscard]] Naming name(std::span<const Capture> captures) const;
 
     // One line per capture of the first twelve ("- " + display title + ": " + summary + " [tags]"), between
@@ -56,6 +57,7 @@ public:
 private:
     OllamaClient client_;
     std::string model_;
+    OllamaClient::Timeout wait_;
 };
 
 } // namespace keepery

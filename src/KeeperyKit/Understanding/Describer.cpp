@@ -104,8 +104,8 @@ Describer::ParseError Describer::ParseError::notJSON(std::string replyStart) {
     return ParseError(std::move(replyStart));
 }
 
-Describer::Describer(OllamaClient client, std::string model)
-    : client_(std::move(client)), model_(std::move(model)) {}
+Describer::Describer(OllamaClient client, std::string model, OllamaClient::Timeout wait)
+    : client_(std::move(client)), model_(std::move(model)), wait_(wait) {}
 
 CaptureDescription Describer::describe(std::span<const std::uint8_t> image, const Context& context,
                                        std::string_view ocrText) const {
@@ -115,7 +115,7 @@ CaptureDescription Describer::describe(std::span<const std::uint8_t> image, cons
                                                 .images = {image},
                                                 .json = true,
                                                 .maxTokens = maxTokens,
-                                                .timeout = timeout});
+                                                .timeout = wait_});
     // The transcript is checked too, after a line feed that is there even without one.
     const std::string checked = std::string(ocrText) + "\n" + context.transcript.value_or("");
     return parse(reply, checked, context.url,

@@ -72,14 +72,15 @@ public:
     static constexpr std::int64_t maxTokens = 700;
     static constexpr OllamaClient::Timeout timeout = std::chrono::seconds(180);
 
-    Describer(OllamaClient client, std::string model);
+    // `wait` is the longest wait for the service's next bytes; a longer one fails as `unreachable`.
+    Describer(OllamaClient client, std::string model, OllamaClient::Timeout wait = timeout);
 
     [[nodiscard]] const OllamaClient& client() const { return client_; }
     [[nodiscard]] const std::string& model() const { return model_; }
 
     // Asks the model about `image` (encoded bytes) with the prompt of `context` and the excerpt of
     // `ocrText`, and parses the answer, checking highlights and links against `ocrText` and the transcript.
-    // Blocks up to 180 s. Throws OllamaClient::Failure and ParseError unchanged.
+    // Blocks up to the wait given (180 s unless told). Throws OllamaClient::Failure and ParseError unchanged.
     [[nodiscard]] CaptureDescription describe(std::span<const std::uint8_t> image, const Context& context,
                                               std::string_view ocrText) const;
 
@@ -136,6 +137,7 @@ public:
 private:
     OllamaClient client_;
     std::string model_;
+    OllamaClient::Timeout wait_;
 };
 
 } // namespace keepery
