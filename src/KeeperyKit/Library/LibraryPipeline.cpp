@@ -268,18 +268,6 @@ void Library::embed(Lock& lock, const Capture& capture) {
     if (vectors.size() != inputs.size()) {
         throw OllamaClient::Failure::badReply("expected 2 embeddings");
     }
-    // One model gives vectors of one length, never empty, the length of those it gave before. Vectors of
-    // another length would score 0 against all the others and take every later search off its fast path:
-    // the service answered wrongly, so the step fails and is tried again later.
-    const std::size_t look = vectors[0].size();
-    const std::size_t meaning = vectors[1].size();
-    const std::optional<std::size_t> held = store_.vectorLength(embeddingModel_);
-    if (look == 0 || meaning != look || (held && look != *held)) {
-        throw OllamaClient::Failure::badReply(
-            "embeddings of " + std::to_string(look) +
-            (meaning == look ? "" : " and " + std::to_string(meaning)) + " numbers" +
-            (held ? ", where the library's have " + std::to_string(*held) : ""));
-    }
     const std::map<VectorSpace, std::vector<float>> spaces{{VectorSpace::look, std::move(vectors[0])},
                                                            {VectorSpace::meaning, std::move(vectors[1])}};
     write([&] { store_.setEmbedding(capture.id, embeddingModel_, spaces); },

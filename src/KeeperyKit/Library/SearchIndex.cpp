@@ -212,15 +212,6 @@ std::array<std::vector<SearchMerge::ScoredID>, 2> SearchIndex::scores(LibrarySto
     return {paired(both[0], scratch_[0], std::nullopt), paired(both[1], scratch_[1], std::nullopt)};
 }
 
-std::optional<std::size_t> SearchIndex::vectorLength(LibraryStore& store) {
-    for (const Vectors& space : vectors(store)) {
-        if (space.rows.size() > 0) {
-            return space.rows.row(0).size();
-        }
-    }
-    return std::nullopt;
-}
-
 const SearchMerge::CollectionMembers& SearchIndex::members(LibraryStore& store, std::int64_t limit) {
     finishLoad(store);
     const LibraryStore::Generation now = store.generation();

@@ -59,10 +59,6 @@ public:
     [[nodiscard]] std::array<std::vector<SearchMerge::ScoredID>, 2> scores(LibraryStore& store,
                                                                            std::span<const float> query);
 
-    // How many numbers the model's stored vectors hold, read from the first of either space; absent when
-    // none is stored. Throws Database::Failure.
-    [[nodiscard]] std::optional<std::size_t> vectorLength(LibraryStore& store);
-
     // The members of every collection among the newest `limit` captures, newest first. Throws
     // Database::Failure.
     [[nodiscard]] const SearchMerge::CollectionMembers& members(LibraryStore& store, std::int64_t limit);

@@ -211,9 +211,6 @@ public:
     // The vectors of `model` in both spaces from one pass over the table, indexed by the space's value;
     // each space's rows in the order `vectorRows(model, space)` gives them.
     [[nodiscard]] std::array<VectorRows, 2> vectorRows(const std::string& model);
-    // How many numbers a vector of `model` holds, read from one stored vector of it; absent when none is
-    // stored. Every vector of one model has the same length, so one tells the length of all.
-    [[nodiscard]] std::optional<std::size_t> vectorLength(const std::string& model);
 
     // --- Listings and counts --------------------------------------------------------------------------
 

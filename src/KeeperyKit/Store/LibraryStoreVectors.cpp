@@ -128,18 +128,6 @@ LibraryStore::VectorRows LibraryStore::vectorRows(const std::string& model, Vect
     return rows;
 }
 
-std::optional<std::size_t> LibraryStore::vectorLength(const std::string& model) {
-    const std::lock_guard guard(mutex_);
-    std::optional<std::size_t> length;
-    db_.forEachRow("SELECT length(vector) FROM vectors WHERE model = ? LIMIT 1", {model},
-                   [&](const Database::Cursor& cursor) {
-                       if (const std::optional<std::int64_t> bytes = cursor.value(0).asInt()) {
-                           length = static_cast<std::size_t>(*bytes) / sizeof(float);
-                       }
-                   });
-    return length;
-}
-
 static_assert(VectorSpace::allCases().size() == 2, "one block of rows per space");
 
 std::array<LibraryStore::VectorRows, 2> LibraryStore::vectorRows(const std::string& model) {
