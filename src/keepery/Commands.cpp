@@ -453,6 +453,7 @@ int import(const std::vector<fs::path>& paths, Processing processing) {
                 bar.note("Could not import " + *failure);
             } else {
                 ++(MediaImporter::kind(file) == CaptureMedia::video ? videos : photos);
+                bar.logLine("Imported " + file.string());
             }
             bar.update(++done, file.filename().string());
         }

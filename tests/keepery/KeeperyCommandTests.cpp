@@ -56,6 +56,7 @@ TEST_F(Keepery, ImportKeepsEveryPhotoAndVideoAndListsTheRest) {
     // Standard error is no terminal here: plain lines, no control characters.
     EXPECT_THAT(imported.err, HasSubstr("Importing 3/3"));
     EXPECT_EQ(imported.err.find('\r'), std::string::npos);
+    EXPECT_THAT(imported.err, HasSubstr("Imported " + (folder / "harbour.jpg").string() + "\n"));
 
     LibraryStore store(library());
     const auto kept = store.captures(LibraryFilter::recent(), 100);
