@@ -122,11 +122,11 @@ int main(int argc, char** argv) {
     // status
     Commands::StatusOptions statusOptions;
     auto* status = app.add_subcommand(
-        "status", "The library, its processing and the model service; files that interrupted keeps left "
-                  "behind (no capture names them, older than an hour) are counted");
+        "status", "The library, its processing, the model service and files interrupted keeps left behind");
     jsonFlag(status);
     status->add_flag("--clean", statusOptions.clean,
-                     "Remove the files that interrupted keeps left behind, then show the status");
+                     "Remove the files interrupted keeps left behind (no capture names them, older than an "
+                     "hour), then show the status");
     status->callback([&] {
         run = [&] {
             statusOptions.json = json;
