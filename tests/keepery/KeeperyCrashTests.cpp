@@ -169,7 +169,7 @@ TEST_F(KeeperyCrash, KillsAtRandomMomentsLoseNothingKeptAndLeaveTheLibraryWhole)
         SCOPED_TRACE(capture.id + " " + capture.windowTitle);
         titles.insert(capture.windowTitle);
         ids.insert(capture.id);
-        EXPECT_EQ(capture.stage, CaptureStage::organized);
+        EXPECT_EQ(capture.stage.rawValue(), "organized");
         EXPECT_GT(decoded(bytesOf(store.imageURL(capture))).width, 0);
         EXPECT_GT(decoded(bytesOf(store.thumbURL(capture.id))).width, 0);
         if (capture.media == CaptureMedia::photo) {
