@@ -453,6 +453,7 @@ int import(const std::vector<fs::path>& paths, Processing processing) {
                 bar.note("Could not import " + *failure);
             } else {
                 ++(MediaImporter::kind(file) == CaptureMedia::video ? videos : photos);
+                bar.logLine("Imported " + file.string());
             }
             bar.update(++done, file.filename().string());
         }
@@ -703,10 +704,15 @@ int watch(const WatchOptions& options) {
     return 0;
 }
 
-int status(bool asJSON) {
+int status(const StatusOptions& options) {
     Session session;
     LibraryStore& store = *session.store;
     const fs::path root = store.root();
+    std::optional<LibraryStore::Leftovers> cleaned;
+    if (options.clean) {
+        cleaned = store.removeLeftovers();
+    }
+    const LibraryStore::Leftovers leftovers = store.leftovers();
     std::uintmax_t bytes = 0;
     std::error_code error;
     for (auto it = fs::recursive_directory_iterator(root, error);
@@ -747,7 +753,7 @@ int status(bool asJSON) {
     const bool recentEnough = version && Models::isVersion(*version, Models::minimumOllama);
     const std::string embedding(Models::embedding);
 
-    if (asJSON) {
+    if (options.json) {
         json out{{"library", root.string()},
                  {"bytes", bytes},
                  {"captures", total},
@@ -761,6 +767,10 @@ int status(bool asJSON) {
         out["kinds"] = json::object();
         for (const auto& [kind, n] : kinds) {
             out["kinds"][kind.rawValue()] = n;
+        }
+        out["leftovers"] = {{"files", leftovers.files.size()}, {"bytes", leftovers.bytes}};
+        if (cleaned) {
+            out["cleaned"] = {{"files", cleaned->files.size()}, {"bytes", cleaned->bytes}};
         }
         out["failing"] = json::array();
         for (const LibraryStore::Failing& f : failing) {
@@ -784,9 +794,19 @@ int status(bool asJSON) {
         return 0;
     }
 
-    char size[32];
-    std::snprintf(size, sizeof size, "%.1f MB", static_cast<double>(bytes) / 1e6);
-    std::cout << "Library: " << root.string() << " (" << size << ")\n";
+    const auto megabytes = [](std::uintmax_t n) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%.1f MB", static_cast<double>(n) / 1e6);
+        return std::string(text);
+    };
+    const auto files = [](std::size_t n) {
+        return Wording::count(static_cast<std::int64_t>(n), "file", "files", Wording::Capitalized::no);
+    };
+    if (cleaned) {
+        std::cout << "Removed " << files(cleaned->files.size()) << " (" << megabytes(cleaned->bytes)
+                  << ") that interrupted keeps left behind.\n";
+    }
+    std::cout << "Library: " << root.string() << " (" << megabytes(bytes) << ")\n";
     std::cout << today.lead << " " << today.close << "\n";
     std::cout << "Captures: " << total << "\n";
     std::vector<std::string> parts;
@@ -806,6 +826,10 @@ int status(bool asJSON) {
             parts.push_back(std::string(kind.title()) + " " + std::to_string(n));
         }
         std::cout << "Kinds: " << Text::joined(parts, " · ") << "\n";
+    }
+    if (!leftovers.files.empty()) {
+        std::cout << "Left behind: " << files(leftovers.files.size()) << " (" << megabytes(leftovers.bytes)
+                  << ") that no capture names, from interrupted keeps; keepery status --clean removes them\n";
     }
     if (!failing.empty()) {
         std::cout << "Failing:\n";

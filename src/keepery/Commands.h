@@ -56,7 +56,12 @@ struct WatchOptions {
 };
 int watch(const WatchOptions& options);
 
-int status(bool json);
+struct StatusOptions {
+    bool json = false;
+    // Removes the files interrupted keeps left behind (no capture names them, older than an hour) first.
+    bool clean = false;
+};
+int status(const StatusOptions& options);
 int modelsPull();
 int showConfig();
 int setConfig(const std::string& key, const std::string& value);

@@ -84,6 +84,12 @@ void Progress::note(std::string_view line) {
     }
 }
 
+void Progress::logLine(std::string_view line) {
+    if (!terminal_) {
+        write(std::string(line) + "\n");
+    }
+}
+
 void Progress::finish() {
     if (terminal_ && drawn_) {
         draw(true);

@@ -25,6 +25,9 @@ public:
     void setTotal(std::int64_t total);
     // Prints a line of its own above the bar.
     void note(std::string_view line);
+    // Prints a line of its own only when standard error is not a terminal: a log names every step done,
+    // where a person watching a terminal has the bar.
+    void logLine(std::string_view line);
     // Ends the bar's line; later updates start a new one.
     void finish();
 

@@ -120,9 +120,19 @@ int main(int argc, char** argv) {
     watch->callback([&] { run = [&] { return Commands::watch(watchOptions); }; });
 
     // status
-    auto* status = app.add_subcommand("status", "The library, its processing and the model service");
+    Commands::StatusOptions statusOptions;
+    auto* status = app.add_subcommand(
+        "status", "The library, its processing, the model service and files interrupted keeps left behind");
     jsonFlag(status);
-    status->callback([&] { run = [&] { return Commands::status(json); }; });
+    status->add_flag("--clean", statusOptions.clean,
+                     "Remove the files interrupted keeps left behind (no capture names them, older than an "
+                     "hour), then show the status");
+    status->callback([&] {
+        run = [&] {
+            statusOptions.json = json;
+            return Commands::status(statusOptions);
+        };
+    });
 
     // models
     auto* models = app.add_subcommand("models", "The models the library uses");

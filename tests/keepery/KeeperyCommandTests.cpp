@@ -58,6 +58,7 @@ TEST_F(Keepery, ImportKeepsEveryPhotoAndVideoAndListsTheRest) {
     // Standard error is no terminal here: plain lines, no control characters.
     EXPECT_THAT(imported.err, HasSubstr("Importing 3/3"));
     EXPECT_EQ(imported.err.find('\r'), std::string::npos);
+    EXPECT_THAT(imported.err, HasSubstr("Imported " + (folder / "harbour.jpg").string() + "\n"));
 
     LibraryStore store(library());
     const auto kept = store.captures(LibraryFilter::recent(), 100);
@@ -348,6 +349,45 @@ TEST_F(Keepery, ImportedMediaAreProcessedAndFoundByWordsAndByMeaning) {
     const auto meaning = json::parse(keepery({"search", "--json", "waves", "zeppelin"}).out);
     ASSERT_FALSE(meaning["results"].empty());
     EXPECT_EQ(meaning["results"][0]["media"], "video");
+}
+
+// A keep killed between writing its files and inserting its row leaves files that no row names: status counts
+// those older than an hour, and --clean removes only them.
+TEST_F(Keepery, StatusCleanRemovesOnlyOldFilesThatNoCaptureNames) {
+    writeFile(home / "one.jpg", jpegWith(quadrants(100, 100)));
+    ASSERT_EQ(keepery({"import", "--no-process", (home / "one.jpg").string()}).exitStatus, 0);
+    const fs::path orphan = library() / "captures" / "gone.png";
+    const fs::path temporary = library() / "thumbs" / "gone.jpg.Ab12Cd";
+    const fs::path fresh = library() / "media" / "fresh-original.jpg";
+    const fs::path outside = library() / "notes.txt";
+    writeFile(orphan, std::string(1000, 'x'));
+    writeFile(temporary, std::string(500, 'x'));
+    writeFile(outside, std::string("not the library's"));
+    std::vector<fs::path> kept;
+    for (const auto& entry : fs::recursive_directory_iterator(library())) {
+        if (entry.is_regular_file() && !entry.path().filename().string().starts_with("library.sqlite")) {
+            fs::last_write_time(entry.path(), fs::file_time_type::clock::now() - std::chrono::hours(2));
+            kept.push_back(entry.path());
+        }
+    }
+    writeFile(fresh, std::string("still being kept"));
+
+    const auto status = keepery({"status"});
+    EXPECT_THAT(status.out, HasSubstr("Left behind: two files (0.0 MB) that no capture names"));
+    EXPECT_EQ(json::parse(keepery({"status", "--json"}).out)["leftovers"],
+              json::parse(R"({"files": 2, "bytes": 1500})"));
+
+    const auto cleaned = keepery({"status", "--clean"});
+    ASSERT_EQ(cleaned.exitStatus, 0) << cleaned.err;
+    EXPECT_THAT(cleaned.out, HasSubstr("Removed two files (0.0 MB) that interrupted keeps left behind."));
+    EXPECT_THAT(cleaned.out, ::testing::Not(HasSubstr("Left behind")));
+    EXPECT_FALSE(fs::exists(orphan));
+    EXPECT_FALSE(fs::exists(temporary));
+    EXPECT_TRUE(fs::exists(fresh));
+    for (const fs::path& file : kept) {
+        EXPECT_TRUE(file == orphan || file == temporary || fs::exists(file)) << file;
+    }
+    EXPECT_EQ(json::parse(keepery({"status", "--json"}).out)["leftovers"]["files"], 0);
 }
 
 // SIGTERM in the middle of processing stops between captures: the database is whole and every row's files

@@ -280,6 +280,28 @@ public:
     // Captures kept at or after `start`.
     [[nodiscard]] std::int64_t count(Instant start);
 
+    // --- Files no capture names -----------------------------------------------------------------------
+
+    // A keep writes its files before its row, so a keep that was killed in between leaves files behind
+    // that no row names; so does a whole-file write killed before its rename (its temporary file).
+    struct Leftovers {
+        std::vector<std::filesystem::path> files; // in name order
+        std::uintmax_t bytes = 0;
+    };
+    // A younger file may belong to a keep still running in another process.
+    static constexpr std::chrono::hours leftoverAge{1};
+
+    // The regular files directly inside `captures/`, `thumbs/` and `media/` that no row names as its
+    // image, thumbnail, contact sheet or original, last modified more than `leftoverAge` before the store's
+    // clock says now. Nothing outside those directories is looked at (a directory that is a symbolic link is
+    // skipped), and the rows are read in one query. Files that vanish or cannot be read meanwhile are left
+    // out. Throws Database::Failure.
+    [[nodiscard]] Leftovers leftovers();
+
+    // Removes what `leftovers()` finds, through the store's Files, and returns what it removed (a file that
+    // cannot be removed is left out). Throws Database::Failure.
+    Leftovers removeLeftovers();
+
     // --- Full-text search -----------------------------------------------------------------------------
 
     struct TextMatch {
