@@ -198,9 +198,13 @@ SearchFindings Library::findings(const std::string& query, std::size_t most) {
 
     static const SearchMerge::CollectionMembers noMembers;
     const SearchMerge::CollectionMembers* members = &noMembers;
-    quietly([&] { members = &index_.members(store_, membershipListing); });
+    std::vector<std::string> covered;
+    quietly([&] {
+        members = &index_.members(store_, membershipListing);
+        covered = index_.coveredCollections(ranked);
+    });
 
-    const std::vector<std::string> completed = SearchMerge::completingCollections(ranked, *members);
+    const std::vector<std::string> completed = SearchMerge::completingCollections(ranked, *members, covered);
     auto reasons = SearchMerge::reasons(evidence, completed);
 
     SearchFindings findings;
@@ -221,7 +225,7 @@ SearchFindings Library::findings(const std::string& query, std::size_t most) {
             }
         }
     });
-    findings.collectionIDs = SearchMerge::coveredCollections(ranked, *members);
+    findings.collectionIDs = std::move(covered);
     return findings;
 }
 

@@ -6,7 +6,10 @@
 #include <atomic>
 #include <cmath>
 #include <exception>
+#include <map>
+#include <string_view>
 #include <system_error>
+#include <unordered_set>
 
 namespace keepery {
 namespace {
@@ -40,13 +43,16 @@ std::vector<float> similarities(std::span<const float> vector, std::span<const s
 
 // What a load read, handed from its thread to the index when the thread is joined.
 struct SearchIndex::Load {
+    // One connection for the vectors and one for the listing, read side by side.
     std::unique_ptr<LibraryStore> reader;
+    std::unique_ptr<LibraryStore> listingReader;
     std::atomic<bool> stop = false;
     LibraryStore::Generation generation;
     std::int64_t membersLimit = 0;
     bool complete = false;
-    std::array<LibraryStore::VectorRows, 2> rows;
-    std::vector<LibraryStore::Membership> memberships;
+    // Made ready on the load's thread, so that the search that takes them only moves them in.
+    std::array<Vectors, 2> spaces;
+    ListingState listing;
 };
 
 SearchIndex::SearchIndex(std::string model) : SearchIndex(std::move(model), Scan()) {}
@@ -58,6 +64,7 @@ SearchIndex::~SearchIndex() {
         // Nobody will search: the load stops at its next row.
         load_->stop = true;
         load_->reader->interrupt();
+        load_->listingReader->interrupt();
         loader_.join();
     }
 }
@@ -68,20 +75,42 @@ void SearchIndex::preload(LibraryStore& store, std::int64_t membersLimit) {
     }
     auto load = std::make_unique<Load>();
     load->reader = std::make_unique<LibraryStore>(LibraryStore::ReadOnly{}, store.root());
+    load->listingReader = std::make_unique<LibraryStore>(LibraryStore::ReadOnly{}, store.root());
     // Taken before the load reads anything: an equal mark afterwards means it read what is there now.
     load->generation = store.generation();
     load->membersLimit = membersLimit;
     Load* into = load.get();
     loader_ = std::thread([into, model = model_] {
-        try {
-            into->rows = into->reader->vectorRows(model);
-            if (!into->stop) {
-                into->memberships = into->reader->memberships(into->membersLimit);
-                into->complete = !into->stop;
+        std::atomic<bool> listingRead = false;
+        const auto readListing = [into, &listingRead] {
+            try {
+                into->listing = listed(into->listingReader->memberships(into->membersLimit), into->generation,
+                                       into->membersLimit);
+                listingRead = true;
+            } catch (const std::exception&) {
+                // The search reads on its own connection instead.
             }
+        };
+        std::thread lister;
+        try {
+            lister = std::thread(readListing);
+        } catch (const std::system_error&) {
+            readListing(); // no thread to be had: one after the other
+        }
+        bool vectorsRead = false;
+        try {
+            std::array<LibraryStore::VectorRows, 2> rows = into->reader->vectorRows(model);
+            for (std::size_t s = 0; s < rows.size() && !into->stop; ++s) {
+                into->spaces[s] = made(std::move(rows[s]), into->generation);
+            }
+            vectorsRead = true;
         } catch (const std::exception&) {
             // The search reads on its own connection instead.
         }
+        if (lister.joinable()) {
+            lister.join();
+        }
+        into->complete = vectorsRead && listingRead && !into->stop;
     });
     load_ = std::move(load);
 }
@@ -96,14 +125,12 @@ void SearchIndex::finishLoad(LibraryStore& store) {
         return;
     }
     centroids_.clear();
-    for (std::size_t s = 0; s < spaces_.size(); ++s) {
-        keep(spaces_[s], std::move(load->rows[s]), load->generation);
-    }
-    keepListing(std::move(load->memberships), load->generation, load->membersLimit);
+    spaces_ = std::move(load->spaces);
+    keepListing(std::move(load->listing));
 }
 
-void SearchIndex::keep(Vectors& cached, LibraryStore::VectorRows rows, LibraryStore::Generation generation) {
-    unsortedRowsKnown_ = false;
+SearchIndex::Vectors SearchIndex::made(LibraryStore::VectorRows rows, LibraryStore::Generation generation) {
+    Vectors cached;
     cached.rows = std::move(rows);
     cached.dimension = cached.rows.size() == 0 ? 0 : cached.rows.row(0).size();
     for (std::size_t i = 1; i < cached.rows.size() && cached.dimension != 0; ++i) {
@@ -111,12 +138,12 @@ void SearchIndex::keep(Vectors& cached, LibraryStore::VectorRows rows, LibrarySt
             cached.dimension = 0;
         }
     }
-    cached.rowOf.clear();
     cached.rowOf.reserve(cached.rows.size());
     for (std::size_t i = 0; i < cached.rows.size(); ++i) {
         cached.rowOf.emplace(cached.rows.ids[i], i);
     }
     cached.generation = generation;
+    return cached;
 }
 
 std::array<SearchIndex::Vectors, 2>& SearchIndex::vectors(LibraryStore& store) {
@@ -132,7 +159,7 @@ std::array<SearchIndex::Vectors, 2>& SearchIndex::vectors(LibraryStore& store) {
     unsortedRowsKnown_ = false;
     std::array<LibraryStore::VectorRows, 2> rows = store.vectorRows(model_);
     for (std::size_t s = 0; s < spaces_.size(); ++s) {
-        keep(spaces_[s], std::move(rows[s]), now);
+        spaces_[s] = made(std::move(rows[s]), now);
     }
     return spaces_;
 }
@@ -219,28 +246,36 @@ const SearchMerge::CollectionMembers& SearchIndex::members(LibraryStore& store, 
         return members_;
     }
     forgetListing();
-    keepListing(store.memberships(limit), now, limit);
+    keepListing(listed(store.memberships(limit), now, limit));
     return members_;
 }
 
-void SearchIndex::keepListing(std::vector<LibraryStore::Membership> read, LibraryStore::Generation generation,
-                              std::int64_t limit) {
-    forgetListing();
-    listing_.byID.reserve(read.size());
+SearchIndex::ListingState SearchIndex::listed(std::vector<LibraryStore::Membership> read,
+                                              LibraryStore::Generation generation, std::int64_t limit) {
+    ListingState state;
+    state.listing.byID.reserve(read.size());
     std::int64_t order = 0;
     for (LibraryStore::Membership& membership : read) {
-        listing_.byID.emplace(membership.captureID, Listed{membership.createdAt, order++,
-                                                           membership.collectionID, membership.organized});
+        state.listing.byID.emplace(
+            membership.captureID,
+            Listed{membership.createdAt, order++, membership.collectionID, membership.organized});
         if (membership.collectionID) {
-            members_[*membership.collectionID].push_back(membership.captureID);
+            state.members[*membership.collectionID].push_back(membership.captureID);
         } else if (membership.organized) {
-            unsorted_.push_back(membership.captureID);
+            state.unsorted.push_back(membership.captureID);
         }
     }
-    unsortedRowsKnown_ = false;
-    listing_.cut = static_cast<std::int64_t>(read.size()) >= limit;
-    listing_.limit = limit;
-    listing_.generation = generation;
+    state.listing.cut = static_cast<std::int64_t>(read.size()) >= limit;
+    state.listing.limit = limit;
+    state.listing.generation = generation;
+    return state;
+}
+
+void SearchIndex::keepListing(ListingState state) {
+    forgetListing();
+    listing_ = std::move(state.listing);
+    members_ = std::move(state.members);
+    unsorted_ = std::move(state.unsorted);
 }
 
 void SearchIndex::clear() {
@@ -257,6 +292,34 @@ void SearchIndex::forgetListing() {
     unsortedRows_.clear();
     unsortedRowsKnown_ = false;
     centroids_.clear();
+}
+
+std::vector<std::string> SearchIndex::coveredCollections(std::span<const std::string> ranked) const {
+    // Only a collection that holds a ranked id can be covered; its members among the ranked ids are
+    // counted from those ids' listing entries. Ordered by id, as the members are.
+    std::unordered_set<std::string_view> seen;
+    std::map<std::string_view, std::size_t> hits;
+    for (const std::string& id : ranked) {
+        if (!seen.insert(id).second) {
+            continue;
+        }
+        const auto entry = listing_.byID.find(id);
+        if (entry != listing_.byID.end() && entry->second.collectionID) {
+            ++hits[*entry->second.collectionID];
+        }
+    }
+    std::vector<std::string> covered;
+    for (const auto& [collectionID, count] : hits) {
+        const auto found = members_.find(std::string(collectionID));
+        if (found == members_.end() || found->second.size() < SearchMerge::completionMinimum) {
+            continue;
+        }
+        if (static_cast<double>(count) / static_cast<double>(found->second.size()) >=
+            SearchMerge::completionShare) {
+            covered.push_back(found->first);
+        }
+    }
+    return covered;
 }
 
 // --- Organizing -------------------------------------------------------------------------------------------

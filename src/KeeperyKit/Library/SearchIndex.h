@@ -63,6 +63,10 @@ public:
     // Database::Failure.
     [[nodiscard]] const SearchMerge::CollectionMembers& members(LibraryStore& store, std::int64_t limit);
 
+    // `SearchMerge::coveredCollections(ranked, members(store, limit))` for the members last read, found
+    // from the ranked ids' own collections instead of by visiting every member of every collection.
+    [[nodiscard]] std::vector<std::string> coveredCollections(std::span<const std::string> ranked) const;
+
     // The organizer's decision for capture `id` of meaning vector `vector`, among the newest `limit`
     // captures: the groups are the collections with the meaning vectors of their members (newest first),
     // the unsorted list the organized captures in no collection with theirs (newest first); `id` itself
@@ -129,13 +133,22 @@ private:
         // The order of the next capture kept here: below every other, so it comes first among equal times.
         std::int64_t nextOrder = -1;
     };
+    // A listing with what is read from it: the members of every collection and the unsorted captures.
+    struct ListingState {
+        Listing listing;
+        SearchMerge::CollectionMembers members;
+        std::vector<std::string> unsorted;
+    };
     struct Load;
 
     // Both spaces, read afresh (in one pass) when either is out of date.
     std::array<Vectors, 2>& vectors(LibraryStore& store);
-    void keep(Vectors& cached, LibraryStore::VectorRows rows, LibraryStore::Generation generation);
-    void keepListing(std::vector<LibraryStore::Membership> memberships, LibraryStore::Generation generation,
-                     std::int64_t limit);
+    // Rows made ready for scoring and finding by id; any thread.
+    static Vectors made(LibraryStore::VectorRows rows, LibraryStore::Generation generation);
+    // A listing of `limit` made ready; any thread.
+    static ListingState listed(std::vector<LibraryStore::Membership> memberships,
+                               LibraryStore::Generation generation, std::int64_t limit);
+    void keepListing(ListingState state);
     // Waits for a load under way and keeps what it read if it is still current.
     void finishLoad(LibraryStore& store);
     // Scores every row of spaces[s] into scratch_[s], on as many threads as the rows warrant.

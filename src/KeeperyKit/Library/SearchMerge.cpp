@@ -121,11 +121,17 @@ std::vector<std::string> coveredCollections(std::span<const std::string> ranked,
 
 std::vector<std::string> completingCollections(std::span<const std::string> ranked,
                                                const CollectionMembers& members) {
+    return completingCollections(ranked, members, coveredCollections(ranked, members));
+}
+
+std::vector<std::string> completingCollections(std::span<const std::string> ranked,
+                                               const CollectionMembers& members,
+                                               std::span<const std::string> covered) {
     std::vector<std::string> completed(ranked.begin(), ranked.end());
     // Views into `ranked` and `members`, which outlive this call; `completed` may reallocate, so it is
     // never viewed.
     std::unordered_set<std::string_view> present(ranked.begin(), ranked.end());
-    for (const std::string& collectionID : coveredCollections(ranked, members)) {
+    for (const std::string& collectionID : covered) {
         for (const std::string& id : members.at(collectionID)) {
             if (present.insert(id).second) {
                 completed.push_back(id);

@@ -76,6 +76,10 @@ using Evidence = std::map<SearchReason, std::vector<std::string>>;
 // moves a ranked one.
 [[nodiscard]] std::vector<std::string> completingCollections(std::span<const std::string> ranked,
                                                              const CollectionMembers& members);
+// The same, with the covered collections already known (`coveredCollections(ranked, members)`).
+[[nodiscard]] std::vector<std::string> completingCollections(std::span<const std::string> ranked,
+                                                             const CollectionMembers& members,
+                                                             std::span<const std::string> covered);
 
 // Capture id → the reasons of every evidence list that holds it; ids of `completed` that no list holds
 // get {`collection`}.
