@@ -1,5 +1,5 @@
 # The README's two commands are `make run` and `make test`; each does its own set-up first.
-.PHONY: setup build run test install bench fuzz fuzz-build format clean
+.PHONY: setup build run test tsan install bench fuzz fuzz-build format clean
 
 JOBS ?= $(shell nproc)
 
@@ -29,6 +29,13 @@ test: setup
 	@cd build/test && ctest --output-on-failure -j $(JOBS)
 	@$(MAKE) --no-print-directory fuzz-build
 	@bash fuzz/run build/fuzz $(FUZZ_CHECK_SECONDS)
+
+# The concurrency tests (see tests/CMakeLists.txt) under ThreadSanitizer, in a tree of their own; not part
+# of `make test`, since it is a whole second build.
+tsan: setup
+	@cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKEEPERY_TSAN=ON >/dev/null
+	@cmake --build build/tsan -j $(JOBS) --target keepery-tests
+	@cd build/tsan && ctest --output-on-failure -L concurrency -j $(JOBS)
 
 # The fuzz targets, built with clang and libFuzzer under AddressSanitizer and UndefinedBehaviorSanitizer
 # in a tree of their own. `make test` runs them briefly; `make fuzz` runs them long.

@@ -1,7 +1,12 @@
 # The one place for compiler flags. Every target of the project calls keepery_compile_options().
 option(KEEPERY_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(KEEPERY_TSAN "Build with ThreadSanitizer (its own build tree: it cannot be combined with KEEPERY_SANITIZE)" OFF)
 option(KEEPERY_FUZZ "Build the libFuzzer targets (clang): every target instrumented for coverage and sanitized"
        OFF)
+
+if(KEEPERY_TSAN AND (KEEPERY_SANITIZE OR KEEPERY_FUZZ))
+    message(FATAL_ERROR "KEEPERY_TSAN cannot be combined with AddressSanitizer (KEEPERY_SANITIZE, KEEPERY_FUZZ)")
+endif()
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -25,6 +30,9 @@ function(keepery_compile_options target)
         target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link,address,undefined
                                                  -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 -g)
         target_link_options(${target} PRIVATE -fsanitize=address,undefined)
+    elseif(KEEPERY_TSAN)
+        target_compile_options(${target} PRIVATE -fsanitize=thread -fno-omit-frame-pointer -O1 -g)
+        target_link_options(${target} PRIVATE -fsanitize=thread)
     elseif(KEEPERY_SANITIZE)
         target_compile_options(${target} PRIVATE -fsanitize=address,undefined -fno-sanitize-recover=all
                                                  -fno-omit-frame-pointer -O1 -g)

@@ -4,9 +4,11 @@
 #include "support/FakeFiles.h"
 #include "support/TemporaryDirectory.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <thread>
 
 using namespace keepery;
 using Value = Database::Value;
@@ -101,6 +103,34 @@ TEST(LibraryStoreSchema, OpeningAMissingDirectoryCreatesTheWholeLibraryOnce) {
     { LibraryStore again(root); }
     EXPECT_EQ(schemaText(db), before) << "reopening changes nothing";
     EXPECT_EQ(db.userVersion(), 2);
+}
+
+// The watcher and an import started together on a new library: both find it unmade, and the one that
+// gets the write lock second must find the schema made meanwhile instead of making it again.
+TEST(LibraryStoreSchema, ProgramsOpeningANewLibraryAtOnceMakeItOnce) {
+    keepery::testing::TemporaryDirectory dir;
+    Database holder((dir / "library.sqlite").string());
+    holder.execute("BEGIN IMMEDIATE");
+    std::atomic<int> failures = 0;
+    std::vector<std::thread> openers;
+    for (int i = 0; i < 2; ++i) {
+        openers.emplace_back([&] {
+            try {
+                LibraryStore store(dir.path());
+            } catch (const Database::Failure& failure) {
+                ADD_FAILURE() << failure.description();
+                ++failures;
+            }
+        });
+    }
+    // Both have read the version and wait for the lock (the busy time-out is five seconds).
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    holder.execute("COMMIT");
+    for (std::thread& opener : openers) {
+        opener.join();
+    }
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(holder.userVersion(), 2);
 }
 
 TEST(LibraryStoreSchema, AVersionOneLibraryGainsTheMediaColumnsAndKeepsItsRows) {

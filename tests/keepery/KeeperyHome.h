@@ -96,8 +96,8 @@ protected:
                                                   {"OMP_THREAD_LIMIT", "1"}};
         // The sanitizers' settings (the leak checker's suppressions) reach the child as they reach us, and
         // so do the locale and time zone, so that dates read the same on both sides.
-        for (const char* name : {"LSAN_OPTIONS", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LANG", "LC_ALL", "LC_TIME",
-                                 "LC_NUMERIC", "TZ"}) {
+        for (const char* name : {"LSAN_OPTIONS", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LANG",
+                                 "LC_ALL", "LC_TIME", "LC_NUMERIC", "TZ"}) {
             if (const char* value = std::getenv(name)) {
                 values[name] = value;
             }

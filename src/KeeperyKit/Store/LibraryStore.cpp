@@ -129,11 +129,16 @@ LibraryStore::LibraryStore(ReadOnly, std::filesystem::path root)
       db_((root_ / "library.sqlite").string(), Database::Access::readOnly) {}
 
 void LibraryStore::migrate() {
-    const std::int64_t version = db_.userVersion();
-    if (version >= schemaVersion) {
+    if (db_.userVersion() >= schemaVersion) {
         return;
     }
     db_.transaction([&] {
+        // Another program opening the library at the same moment may have migrated it while this one
+        // waited for the write lock: the version that counts is the one read under the lock.
+        const std::int64_t version = db_.userVersion();
+        if (version >= schemaVersion) {
+            return;
+        }
         if (version <= 0) {
             db_.execute(createScript);
         }

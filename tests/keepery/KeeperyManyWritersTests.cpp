@@ -1,0 +1,273 @@
+// Every program that writes the library at once: the watcher keeping and processing what arrives, an import
+// processing its own photos, the user's edits through `keepery`, and the assistant's searches through
+// `keepery-mcp`. SQLite's busy time-out and immediate transactions must keep every one of them from seeing
+// a locked database, and nothing any of them reported done may be missing afterwards.
+#include "Store/Database.h"
+#include "keepery/KeeperyHome.h"
+#include "support/MediaFixtures.h"
+
+#include <atomic>
+#include <gmock/gmock.h>
+#include <mutex>
+#include <set>
+
+using namespace keepery;
+using namespace keepery::testing;
+using nlohmann::json;
+namespace fs = std::filesystem;
+
+namespace {
+
+// How long every writer runs at once.
+constexpr auto together = std::chrono::seconds(10);
+
+// What SQLite says when a lock outlasted the busy time-out, in any of its forms.
+bool soundsBusy(const std::string& text) {
+    for (const char* word : {"locked", "busy", "SQLITE_BUSY"}) {
+        if (text.find(word) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+class ManyWriters : public KeeperyHome {
+protected:
+    fs::path camera = home / "Camera";
+    fs::path screens = home / "Screenshots";
+    fs::path holiday = home / "Holiday";
+    fs::path staging = home / "staging";
+
+    std::mutex mutex;
+    // Every complaint any writer saw, with who saw it.
+    std::vector<std::string> complaints;
+
+    void complain(const std::string& who, const std::string& what) {
+        const std::lock_guard lock(mutex);
+        complaints.push_back(who + ": " + what);
+    }
+
+    void SetUp() override {
+        for (const fs::path& folder : {camera, screens, holiday, staging}) {
+            fs::create_directories(folder);
+        }
+        // Two collections the user names before anything runs (so the namer leaves them alone), each with
+        // a capture that stays in it; one capture moves between them and one gathers tags.
+        seed(json::parse(R"({
+          "collections": [{"id": "c1", "name": "Cooking", "emoji": "🍳"},
+                          {"id": "c2", "name": "Travel", "emoji": "🧳"}],
+          "captures": [
+            {"id": "p1", "title": "Tonkotsu ramen at home", "kind": "recipe", "collection": "c1",
+             "embed": "ramen broth pork noodles"},
+            {"id": "p2", "title": "Night train to Kyoto", "kind": "other", "collection": "c2",
+             "embed": "train timetable kyoto"},
+            {"id": "m1", "title": "Miso soup", "kind": "recipe", "collection": "c1", "embed": "miso soup"},
+            {"id": "t1", "title": "Packing list", "kind": "other", "collection": "c2",
+             "embed": "packing list socks"}
+          ]})"));
+        for (const char* id : {"c1", "c2"}) {
+            ASSERT_EQ(keepery({"rename", id, std::string("Named ") + id}).exitStatus, 0);
+        }
+        // The photos of the second import, real JPEG files with a date taken.
+        for (int i = 0; i < 8; ++i) {
+            writeFile(holiday / ("holiday-" + std::to_string(i) + ".jpg"),
+                      jpegWith(quadrants(160 + 8 * i, 120),
+                               PhotoOptions().taken("2026:07:0" + std::to_string(i + 1) + " 10:00:00")));
+        }
+    }
+
+    // Writes the picture elsewhere and moves it in whole, as a camera upload or a screenshot tool does.
+    void arrive(const fs::path& folder, const std::string& name, const std::vector<std::uint8_t>& bytes) {
+        writeFile(staging / name, bytes);
+        fs::rename(staging / name, folder / name);
+    }
+
+    // Runs `keepery` for the user; the command must succeed and say nothing of a lock.
+    bool user(const std::vector<std::string>& arguments, std::string* out = nullptr) {
+        const ChildResult result = keepery(arguments);
+        const std::string said = result.out + result.err;
+        if (soundsBusy(said)) {
+            complain("keepery " + arguments.front(), said);
+        }
+        if (result.exitStatus != 0) {
+            complain("keepery " + arguments.front(),
+                     "exit " + std::to_string(result.exitStatus) + ": " + said);
+            return false;
+        }
+        if (out != nullptr) {
+            *out = result.out;
+        }
+        return true;
+    }
+};
+
+// The edits that reported success, and what the library must hold for them at the end.
+struct Edits {
+    std::atomic<int> made = 0;
+    std::map<std::string, std::string> notes;
+    std::map<std::string, std::string> collectionOf{{"m1", "c1"}};
+    std::map<std::string, std::string> names;
+    std::set<std::string> tags;
+};
+
+TEST_F(ManyWriters, WatchImportEditsAndSearchesShareOneLibraryWithoutLosingAnything) {
+    RunningChild watch(KEEPERY_PATH, {"watch", camera.string(), "--screens", screens.string()}, environment(),
+                       home / "watch.log");
+    ASSERT_TRUE(eventually([&] { return watch.output().find("Watching") != std::string::npos; }))
+        << watch.output();
+    const auto end = std::chrono::steady_clock::now() + together;
+    const auto running = [&] { return std::chrono::steady_clock::now() < end; };
+
+    // The second import, processing its photos (and whatever else is due) beside the watcher's drain.
+    std::thread import([&] {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        std::string out;
+        if (user({"import", holiday.string()}, &out)) {
+            EXPECT_THAT(out, ::testing::HasSubstr("Imported eight photos"));
+        }
+    });
+
+    // Two hands at once: notes and tags on some captures, moves and renames of collections on others.
+    Edits edits;
+    std::thread writer([&] {
+        for (int i = 0; running(); ++i) {
+            const std::string n = std::to_string(i);
+            const std::string noted = i % 2 == 0 ? "p1" : "p2";
+            if (user({"note", noted, "note " + n})) {
+                edits.notes[noted] = "note " + n;
+                ++edits.made;
+            }
+            if (user({"tag", "t1", "tag" + n})) {
+                edits.tags.insert("tag" + n);
+                ++edits.made;
+            }
+            // A note on the newest capture, which the pipeline may be reading or describing right now.
+            std::string listed;
+            if (user({"recent", "--json", "--limit", "1"}, &listed)) {
+                const json newest = json::parse(listed);
+                if (!newest.empty() && user({"note", newest[0]["id"], "fresh " + n})) {
+                    edits.notes[newest[0]["id"]] = "fresh " + n;
+                    ++edits.made;
+                }
+            }
+        }
+    });
+    std::thread filer([&] {
+        for (int i = 0; running(); ++i) {
+            const std::string n = std::to_string(i);
+            const std::string into = i % 2 == 0 ? "c2" : "c1";
+            if (user({"move", "m1", into})) {
+                edits.collectionOf["m1"] = into;
+                ++edits.made;
+            }
+            const std::string renamed = i % 2 == 0 ? "c1" : "c2";
+            if (user({"rename", renamed, "Name " + n})) {
+                edits.names[renamed] = "Name " + n;
+                ++edits.made;
+            }
+        }
+    });
+
+    int searches = 0;
+    std::thread assistant([&] {
+        LineChild mcp(KEEPERY_MCP_PATH, environment());
+        const std::vector<json> calls{
+            {{"name", "search_keepery"}, {"arguments", {{"query", "tonkotsu ramen"}}}},
+            {{"name", "recent_captures"}, {"arguments", {{"limit", 5}}}},
+            {{"name", "list_collections"}, {"arguments", json::object()}},
+            {{"name", "search_keepery"}, {"arguments", {{"query", "holiday"}}}},
+        };
+        for (int id = 1; running(); ++id) {
+            const json& call = calls[static_cast<std::size_t>(id) % calls.size()];
+            mcp.send(json{{"jsonrpc", "2.0"}, {"id", id}, {"method", "tools/call"}, {"params", call}}.dump() +
+                     "\n");
+            const std::string line = mcp.readLine();
+            const json reply = json::parse(line, nullptr, false);
+            const json result = reply.is_object() ? reply.value("result", json()) : json();
+            const std::string text =
+                result.is_object()
+                    ? result.value("content", json::array({json::object()}))[0].value("text", "")
+                    : "";
+            if (!result.is_object() || reply["id"] != id || result.value("isError", true) ||
+                soundsBusy(text)) {
+                complain("keepery-mcp " + call["name"].get<std::string>(), line);
+            } else if (call["arguments"].contains("query") &&
+                       call["arguments"]["query"] == "tonkotsu ramen" &&
+                       text.find("Tonkotsu ramen at home") == std::string::npos) {
+                // A search that dropped a failing source would still answer, but without its best match.
+                complain("keepery-mcp search", text);
+            }
+            ++searches;
+        }
+        EXPECT_EQ(mcp.finish(), 0);
+    });
+
+    // New photos and screenshots arrive in the watched folders the whole time.
+    int arrived = 0;
+    for (int i = 0; running(); ++i) {
+        const std::string n = std::to_string(i);
+        if (i % 2 == 0) {
+            arrive(camera, "camera-" + n + ".jpg", jpegWith(quadrants(200 + 4 * i, 150)));
+        } else {
+            arrive(screens, "Screenshot " + n + ".png", pngOf(quadrants(240, 160 + 4 * i)));
+        }
+        ++arrived;
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    }
+    writer.join();
+    filer.join();
+    assistant.join();
+    import.join();
+    const std::int64_t expected = 4 + 8 + arrived;
+    EXPECT_TRUE(eventually([&] { return LibraryStore(library()).count() == expected; })) << watch.output();
+    watch.signal(SIGTERM);
+    EXPECT_EQ(watch.finish(), 0);
+    const std::string watched = watch.output();
+    EXPECT_FALSE(soundsBusy(watched)) << watched;
+    EXPECT_THAT(watched, ::testing::Not(::testing::HasSubstr("Could not")));
+
+    // What is left of the processing finishes in one more run.
+    EXPECT_TRUE(user({"work"}));
+
+    for (const std::string& complaint : complaints) {
+        ADD_FAILURE() << complaint;
+    }
+    LibraryStore store(library());
+    EXPECT_EQ(store.count(), expected) << [&] {
+        std::string all;
+        for (const Capture& capture : store.captures(LibraryFilter::recent(), 1000)) {
+            all += capture.id + " " + capture.windowTitle + " " + capture.originalFile.value_or("") + "\n";
+        }
+        return all + watched;
+    }();
+    EXPECT_EQ(store.stageCounts()[CaptureStage::organized], expected);
+    EXPECT_TRUE(store.failing(10).empty());
+    for (const Capture& capture : store.captures(LibraryFilter::recent(), 1000)) {
+        if (capture.id.size() > 2) { // kept in this run, not seeded
+            EXPECT_TRUE(fs::exists(store.imageURL(capture))) << capture.id;
+            EXPECT_TRUE(fs::exists(store.thumbURL(capture.id))) << capture.id;
+        }
+    }
+    // Each capture has exactly one full-text row, however many processes rewrote it.
+    Database database((library() / "library.sqlite").string(), Database::Access::readOnly);
+    EXPECT_EQ(database.query("SELECT id FROM captures_fts GROUP BY id HAVING count(*) != 1").size(), 0U);
+    EXPECT_EQ(database.query("SELECT DISTINCT id FROM captures_fts").size(),
+              static_cast<std::size_t>(expected));
+    for (const auto& [id, note] : edits.notes) {
+        EXPECT_EQ(store.capture(id)->note, note) << id;
+    }
+    for (const auto& [id, collection] : edits.collectionOf) {
+        EXPECT_EQ(store.capture(id)->collectionID, collection) << id;
+    }
+    for (const auto& [id, name] : edits.names) {
+        EXPECT_EQ(store.collection(id)->name, name) << id;
+    }
+    const std::vector<std::string> tags = store.capture("t1")->tags;
+    EXPECT_EQ(std::set<std::string>(tags.begin(), tags.end()), edits.tags);
+
+    std::cout << "[ counts   ] kept " << expected - 4 << " (" << arrived << " watched, 8 imported), edits "
+              << edits.made << ", searches and listings answered " << searches << ", lost "
+              << expected - store.count() << "\n";
+}
+
+} // namespace
