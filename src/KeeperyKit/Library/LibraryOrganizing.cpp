@@ -67,7 +67,7 @@ void Library::nameIfDue(Lock& lock, const std::string& collectionID) {
     const CollectionNamer namer(client_, visionModel_, timeouts_.naming);
     CollectionNamer::Naming naming;
     {
-        // A rename by the user may land meanwhile; the namer's rename then changes nothing.
+        // A rename by the user may land meanwhile; the namer's rename leaves the user's mark as it is.
         const Unlocked unlocked(lock);
         naming = namer.name(newest);
     }

@@ -33,11 +33,9 @@ void LibraryStore::touchCollection(const std::string& collectionID) {
 void LibraryStore::renameCollection(const std::string& collectionID, const std::string& name,
                                     const std::string& emoji, std::int64_t namedAtCount, NamedBy namedBy) {
     const std::lock_guard guard(mutex_);
-    // The namer asks the model while the user may rename the same collection (in this process or in
-    // another), so its rename applies only to a collection the user has not named by the time it lands.
-    db_.run("UPDATE collections SET name = ?1, emoji = ?2, named_at_count = ?3, updated_at = ?4,\n"
-            "    user_named = CASE WHEN ?5 THEN 1 ELSE user_named END\n"
-            "WHERE id = ?6 AND (?5 OR user_named = 0)",
+    db_.run("UPDATE collections SET name = ?, emoji = ?, named_at_count = ?, updated_at = ?,\n"
+            "    user_named = CASE WHEN ? THEN 1 ELSE user_named END\n"
+            "WHERE id = ?",
             {name, emoji, namedAtCount, clock_.secondsSince1970(), namedBy == NamedBy::user ? 1 : 0,
              collectionID});
 }
