@@ -1,5 +1,5 @@
 // The fake model service is what every later model-service test stands on: its embeddings must rank
-// texts by shared words, and its scripting must reach the wire.
+// texts by shared words.
 #include "support/FakeModelService.h"
 
 #include "Understanding/OllamaClient.h"
@@ -29,23 +29,4 @@ TEST(FakeModelService, EmbeddingsPlaceTextsThatShareWordsClose) {
               FakeModelService::embedding("espresso grinder"));
     EXPECT_NE(FakeModelService::embedding("espresso", "aW1hZ2U="), FakeModelService::embedding("espresso"));
     EXPECT_EQ(FakeModelService::embedding("").size(), 768u);
-}
-
-TEST(FakeModelService, ScriptedAnswersComeInOrder) {
-    FakeModelService service;
-    service.applyScript(R"({"version": "0.50.1", "models": ["a:1"],
-                            "answers": [{"when": "Name the collection", "response": "{\"name\":\"Coffee\"}"},
-                                        {"response": "fallback"}]})");
-    service.answerNext("first");
-    const OllamaClient client(service.host());
-    const OllamaClient::GenerateRequest plain{
-        .model = "m", .prompt = "Describe", .maxTokens = 10, .timeout = 10s};
-    auto naming = plain;
-    naming.prompt = "Name the collection they form.";
-    EXPECT_EQ(client.generate(plain), "first");
-    EXPECT_EQ(client.generate(naming), "{\"name\":\"Coffee\"}");
-    EXPECT_EQ(client.generate(plain), "fallback");
-    EXPECT_EQ(client.version(), "0.50.1");
-    EXPECT_EQ(client.models(), std::vector<std::string>{"a:1"});
-    EXPECT_THROW(service.applyScript("[1]"), std::runtime_error);
 }

@@ -159,7 +159,6 @@ struct FakeModelService::State {
         R"({"status":"success"})",
     };
     std::deque<std::string> queuedAnswers;
-    std::vector<std::pair<std::string, std::string>> answerRules;
     std::map<std::string, std::vector<double>> embeddings;
     std::map<std::string, Reply, std::less<>> failures;
     std::map<std::string, double, std::less<>> stalls;
@@ -189,11 +188,6 @@ struct FakeModelService::State {
             std::string next = std::move(queuedAnswers.front());
             queuedAnswers.pop_front();
             return next;
-        }
-        for (const auto& [part, response] : answerRules) {
-            if (prompt.find(part) != std::string::npos) {
-                return response;
-            }
         }
         if (prompt.find("Name the collection they form.") != std::string::npos) {
             return namedFromPrompt(prompt);
@@ -449,11 +443,6 @@ void FakeModelService::answerNext(std::string response) {
     state_->queuedAnswers.push_back(std::move(response));
 }
 
-void FakeModelService::answerWhen(std::string promptPart, std::string response) {
-    std::lock_guard guard(state_->lock);
-    state_->answerRules.emplace_back(std::move(promptPart), std::move(response));
-}
-
 void FakeModelService::setEmbedding(std::string text, std::vector<double> vector) {
     std::lock_guard guard(state_->lock);
     state_->embeddings[std::move(text)] = std::move(vector);
@@ -488,32 +477,6 @@ void FakeModelService::clearFailures() {
 
 void FakeModelService::refuseConnections() {
     state_->stop();
-}
-
-void FakeModelService::applyScript(std::string_view scriptJSON) {
-    const JSON script = JSON::parse(scriptJSON, nullptr, false);
-    if (!script.is_object()) {
-        throw std::runtime_error("a fake model service script is a JSON object");
-    }
-    try {
-        if (script.contains("version")) {
-            setVersion(script["version"].get<std::string>());
-        }
-        if (script.contains("models")) {
-            setModels(script["models"].get<std::vector<std::string>>());
-        }
-        if (script.contains("pull")) {
-            setPullLines(script["pull"].get<std::vector<std::string>>());
-        }
-        for (const JSON& answer : script.value("answers", JSON::array())) {
-            answerWhen(answer.value("when", ""), answer.at("response").get<std::string>());
-        }
-        for (const JSON& fixed : script.value("embeddings", JSON::array())) {
-            setEmbedding(fixed.at("text").get<std::string>(), fixed.at("vector").get<std::vector<double>>());
-        }
-    } catch (const JSON::exception& error) {
-        throw std::runtime_error(std::string("bad fake model service script: ") + error.what());
-    }
 }
 
 std::vector<FakeModelService::Request> FakeModelService::requests() const {

@@ -15,7 +15,7 @@ namespace keepery::testing {
 // adds a fixed signed pattern to a 768-dimensional vector, and an image adds one from a hash of its bytes,
 // so texts that share words point in similar directions. The prompt forms of the default embedding model
 // ("task: search result | query: ", "title: … | text: ") are left out first. Generate answers come from
-// the queue of `answerNext`, then the rules of `answerWhen`, then a default that reads the prompt: a
+// the queue of `answerNext`, then a default that reads the prompt: a
 // description for a describer prompt, a name for a collection-naming prompt.
 //
 // It can be told to answer one path with a fixed reply (`failWith`), to hold requests past a client's
@@ -75,9 +75,6 @@ public:
 
     // The response text of the next generate request (queued, used once each, in order).
     void answerNext(std::string response);
-    // The response text of every later generate request whose prompt contains `promptPart`, when no queued
-    // answer is left; rules are tried in the order they were added.
-    void answerWhen(std::string promptPart, std::string response);
     // The vector returned for an input whose whole text is `text` (before any prompt form is removed).
     void setEmbedding(std::string text, std::vector<double> vector);
 
@@ -94,12 +91,6 @@ public:
 
     // Stops listening for good: later connections to the port are refused.
     void refuseConnections();
-
-    // Scripts the service from a JSON object with any of the keys "version" (string), "models" (list of
-    // names), "pull" (list of line texts), "answers" (list of {"when": text, "response": text}, or
-    // {"response": text} for every prompt) and "embeddings" (list of {"text": text, "vector": numbers}).
-    // Throws std::runtime_error for text that is not such an object.
-    void applyScript(std::string_view scriptJSON);
 
     // Every request received so far, in order of arrival; or only those to `path`.
     [[nodiscard]] std::vector<Request> requests() const;
