@@ -3,7 +3,6 @@
 #include "Platform/Clock.h"
 #include "Platform/Dates.h"
 #include "Platform/Settings.h"
-#include "Store/Database.h"
 #include "Understanding/Models.h"
 #include "keepery/KeeperyHome.h"
 #include "support/MediaFixtures.h"
@@ -47,7 +46,8 @@ protected:
     }
 };
 
-TEST_F(Keepery, ImportKeepsEveryPhotoAndVideoAndListsTheRest) {
+// Import keeps every photo and video, names what it skips, and runs the real pipeline over what it kept.
+TEST_F(Keepery, ImportKeepsAndProcessesEveryPhotoAndVideoAndListsTheRest) {
     const fs::path folder = pictures();
     const auto imported = keepery({"import", folder.string()});
     ASSERT_EQ(imported.exitStatus, 0) << imported.err;
@@ -70,6 +70,15 @@ TEST_F(Keepery, ImportKeepsEveryPhotoAndVideoAndListsTheRest) {
         EXPECT_TRUE(fs::exists(*store.originalURL(capture))) << capture.id;
     }
     EXPECT_EQ(store.mediaCounts()[CaptureMedia::video], 1);
+
+    // Read, described, embedded and filed, then found by words and by meaning alone: no capture holds the
+    // second word, but the query's vector shares the video's title word.
+    EXPECT_THAT(imported.err, HasSubstr("Processing"));
+    EXPECT_THAT(keepery({"status"}).out, HasSubstr("organized 3"));
+    EXPECT_THAT(keepery({"search", "harbour"}).out, HasSubstr("Keepery for “harbour” (1):"));
+    const auto meaning = json::parse(keepery({"search", "--json", "waves", "zeppelin"}).out);
+    ASSERT_FALSE(meaning["results"].empty());
+    EXPECT_EQ(meaning["results"][0]["media"], "video");
 
     // A path that is not there is named and fails the run; the files beside it are still imported.
     writeFile(home / "one.jpg", jpegWith(quadrants(100, 100)));
@@ -334,23 +343,6 @@ TEST_F(Keepery, InstallPutsTheProgramsAndTheUserServiceUnderThePrefix) {
     EXPECT_THAT(text.str(), HasSubstr("ExecStart=" + (prefix / "bin/keepery").string() + " watch\n"));
 }
 
-// With the real pipeline: what was imported is read, described, embedded and filed, then found.
-TEST_F(Keepery, ImportedMediaAreProcessedAndFoundByWordsAndByMeaning) {
-    const fs::path folder = pictures();
-    const auto imported = keepery({"import", folder.string()});
-    ASSERT_EQ(imported.exitStatus, 0) << imported.err;
-    EXPECT_THAT(imported.err, HasSubstr("Processing"));
-
-    const auto status = keepery({"status"});
-    EXPECT_THAT(status.out, HasSubstr("organized 3"));
-    EXPECT_THAT(keepery({"search", "harbour"}).out, HasSubstr("Keepery for “harbour” (1):"));
-    // By meaning alone: no capture holds the second word, so the words find nothing, but the query's vector
-    // shares the video's title word.
-    const auto meaning = json::parse(keepery({"search", "--json", "waves", "zeppelin"}).out);
-    ASSERT_FALSE(meaning["results"].empty());
-    EXPECT_EQ(meaning["results"][0]["media"], "video");
-}
-
 // A keep killed between writing its files and inserting its row leaves files that no row names: status counts
 // those older than an hour, and --clean removes only them.
 TEST_F(Keepery, StatusCleanRemovesOnlyOldFilesThatNoCaptureNames) {
@@ -388,35 +380,6 @@ TEST_F(Keepery, StatusCleanRemovesOnlyOldFilesThatNoCaptureNames) {
         EXPECT_TRUE(file == orphan || file == temporary || fs::exists(file)) << file;
     }
     EXPECT_EQ(json::parse(keepery({"status", "--json"}).out)["leftovers"]["files"], 0);
-}
-
-// SIGTERM in the middle of processing stops between captures: the database is whole and every row's files
-// are there.
-TEST_F(Keepery, SigtermDuringWorkLosesNothing) {
-    const fs::path folder = home / "many";
-    fs::create_directories(folder);
-    for (int i = 0; i < 6; ++i) {
-        writeFile(folder / ("photo" + std::to_string(i) + ".jpg"), jpegWith(quadrants(400 + i, 300)));
-    }
-    ASSERT_EQ(keepery({"import", "--no-process", folder.string()}).exitStatus, 0);
-    service.stall("/api/generate", 0.5);
-    RunningChild work(KEEPERY_PATH, {"work"}, environment(), home / "work.log");
-    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-    work.signal(SIGTERM);
-    const int status = work.finish();
-    EXPECT_TRUE(status == 0 || status == 128 + SIGTERM) << status << work.output();
-
-    Database db((library() / "library.sqlite").string());
-    const auto check = db.query("PRAGMA integrity_check");
-    ASSERT_EQ(check.size(), 1U);
-    EXPECT_EQ(*check[0].begin()->second.textPointer(), "ok");
-    LibraryStore store(library());
-    const auto all = store.captures(LibraryFilter::recent(), 100);
-    EXPECT_EQ(all.size(), 6U);
-    for (const Capture& capture : all) {
-        EXPECT_TRUE(fs::exists(store.imageURL(capture))) << capture.id;
-        EXPECT_TRUE(fs::exists(store.thumbURL(capture.id))) << capture.id;
-    }
 }
 
 } // namespace
