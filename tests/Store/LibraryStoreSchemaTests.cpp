@@ -205,22 +205,6 @@ TEST(LibraryStoreSchema, AFileWhereTheDirectoryShouldBeFailsWithTheFileSystemErr
     EXPECT_THROW(LibraryStore store(dir / "lib"), Database::Failure);
 }
 
-TEST(LibraryStoreSchema, FileLocationsArePureFunctionsOfTheRoot) {
-    keepery::testing::TemporaryDirectory dir;
-    LibraryStore store(dir.path());
-    EXPECT_EQ(store.imageURL("abc"), dir / "captures" / "abc.png");
-    EXPECT_EQ(store.thumbURL("abc"), dir / "thumbs" / "abc.jpg");
-    EXPECT_EQ(store.sheetURL("abc"), dir / "media" / "abc-sheet.jpg");
-    Capture capture;
-    capture.id = "abc";
-    EXPECT_EQ(store.imageURL(capture), dir / "captures" / "abc.png");
-    EXPECT_EQ(store.originalURL(capture), std::nullopt);
-    capture.imageFile = "media/abc.jpg";
-    capture.originalFile = "media/abc-original.mov";
-    EXPECT_EQ(store.imageURL(capture), dir / "media" / "abc.jpg");
-    EXPECT_EQ(store.originalURL(capture), dir / "media" / "abc-original.mov");
-}
-
 TEST(LibraryStoreSchema, TheDefaultRootFollowsTheDataHome) {
     {
         keepery::testing::EnvironmentOverride env{{"XDG_DATA_HOME", "/data/home"}};
