@@ -100,16 +100,14 @@ protected:
     ReferenceSearch reference{store, OllamaClient(service.host()), model};
 };
 
-TEST_F(LibrarySearch, ABlankQueryFindsNothingAndAsksNothing) {
+// A blank query finds nothing and asks nothing; any other is embedded once, trimmed and cut, with the search
+// prefix and the library's model.
+TEST_F(LibrarySearch, TheQueryIsEmbeddedOnceTrimmedAndCutUnlessItIsBlank) {
     add("a", 1, "ramen", axis(0), axis(0));
     for (const char* query : {"", "   ", " \n\t "}) {
         EXPECT_EQ(library.findings(query), SearchFindings{}) << '"' << query << '"';
     }
     EXPECT_TRUE(service.requests("/api/embed").empty());
-}
-
-TEST_F(LibrarySearch, TheQueryIsEmbeddedOnceTrimmedAndCutWithTheSearchPrefixAndTheLibrarysModel) {
-    add("a", 1, "ramen", axis(0), axis(0));
     const auto embedded = [&](const std::string& query) {
         const std::size_t before = service.requests("/api/embed").size();
         (void)library.findings(query);

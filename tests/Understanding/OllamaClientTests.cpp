@@ -115,19 +115,31 @@ TEST(OllamaClient, ErrorStatusesBecomeServerFailures) {
     EXPECT_EQ(failureOf([&] { (void)client.version(); }), OllamaClient::Failure::server(500, ""));
 }
 
-TEST(OllamaClient, SuccessWithoutAnObjectIsABadReply) {
+// A success whose body is no JSON object, or one nested past the reader's bound, is a bad reply.
+TEST(OllamaClient, SuccessWithoutAReadableObjectIsABadReply) {
     FakeModelService service;
     const OllamaClient client(service.host());
     const auto notAnObject = OllamaClient::Failure::badReply("not a JSON object");
+    const std::string deep = std::string(100'000, '[') + std::string(100'000, ']');
 
-    for (const auto& reply : {FakeModelService::Reply::json(200, R"(["0.41.0"])"),
-                              FakeModelService::Reply::text(200, "0.41.0 at your service"),
-                              FakeModelService::Reply::empty(204)}) {
+    for (const auto& reply :
+         {FakeModelService::Reply::json(200, R"(["0.41.0"])"),
+          FakeModelService::Reply::text(200, "0.41.0 at your service"), FakeModelService::Reply::empty(204),
+          FakeModelService::Reply::json(200, R"({"version":"0.41.0","x":)" + deep + "}")}) {
         service.failWith("/api/version", reply);
-        EXPECT_EQ(failureOf([&] { (void)client.version(); }), notAnObject) << reply.body;
+        EXPECT_EQ(failureOf([&] { (void)client.version(); }), notAnObject) << reply.body.substr(0, 40);
     }
     service.failWith("/api/generate", FakeModelService::Reply::json(200, "\"just a string\""));
     EXPECT_EQ(failureOf([&] { (void)client.generate(plainGenerate()); }), notAnObject);
+    service.failWith("/api/tags", FakeModelService::Reply::json(200, R"({"models":)" + deep + "}"));
+    EXPECT_EQ(failureOf([&] { (void)client.models(); }), notAnObject);
+
+    // A progress line whose numbers nest that deep is skipped like any line that is not an object.
+    service.setPullLines({R"({"status":"one","completed":)" + deep + "}", R"({"status":"two"})"});
+    std::vector<std::string> statuses;
+    client.pull("m",
+                [&](std::int64_t, std::int64_t, const std::string& status) { statuses.push_back(status); });
+    EXPECT_EQ(statuses, std::vector<std::string>{"two"});
 }
 
 TEST(OllamaClient, AnAbsentOrSilentServiceIsUnreachable) {
@@ -271,26 +283,6 @@ TEST(OllamaClient, AVectorThatIsNotFiniteOnceScaledIsABadReply) {
     for (const float x : largest.at(0)) {
         EXPECT_TRUE(std::isfinite(x));
     }
-}
-
-TEST(OllamaClient, RepliesNestedPastTheReadersBoundAreNotObjects) {
-    FakeModelService service;
-    const OllamaClient client(service.host());
-    const std::string deep = std::string(100'000, '[') + std::string(100'000, ']');
-    service.failWith("/api/version",
-                     FakeModelService::Reply::json(200, R"({"version":"0.41.0","x":)" + deep + "}"));
-    EXPECT_EQ(failureOf([&] { (void)client.version(); }),
-              OllamaClient::Failure::badReply("not a JSON object"));
-    service.failWith("/api/tags", FakeModelService::Reply::json(200, R"({"models":)" + deep + "}"));
-    EXPECT_EQ(failureOf([&] { (void)client.models(); }),
-              OllamaClient::Failure::badReply("not a JSON object"));
-
-    // A progress line whose numbers nest that deep is skipped like any line that is not an object.
-    service.setPullLines({R"({"status":"one","completed":)" + deep + "}", R"({"status":"two"})"});
-    std::vector<std::string> statuses;
-    client.pull("m",
-                [&](std::int64_t, std::int64_t, const std::string& status) { statuses.push_back(status); });
-    EXPECT_EQ(statuses, std::vector<std::string>{"two"});
 }
 
 TEST(OllamaClient, PullReportsProgressLineByLine) {
