@@ -140,7 +140,10 @@ TEST(DescriberParse, ThrowsNotJSONWithTheStartOfTheReply) {
     EXPECT_THROW((void)parsed("{\"title\": }"), Describer::ParseError);
 }
 
-TEST(DescriberParse, TitleFallsBackAndIsCut) {
+TEST(DescriberParse, TitleAndKindFallBackAndTheTitleIsCut) {
+    for (const char* reply : {R"({"kind": "spaceship"})", R"({"kind": 3})", "{}"}) {
+        EXPECT_EQ(parsed(reply).kind, CaptureKind::other) << reply;
+    }
     EXPECT_EQ(Describer::parse("{}", "", std::nullopt, "Safari").title, "Safari");
     EXPECT_EQ(Describer::parse("{\"title\": \"  \\n \"}", "", std::nullopt, "Inbox").title, "Inbox");
     EXPECT_EQ(Describer::parse("{\"title\": 42}", "", std::nullopt, "").title, "Untitled");
@@ -206,12 +209,6 @@ TEST(DescriberParse, PreambleIsRemovedFromTheSummary) {
     }
     EXPECT_EQ(parsed("{\"summary\": \" A screenshot of the  grinder \"}").summary, "Grinder");
     EXPECT_EQ(parsed("{}").summary, "");
-}
-
-TEST(DescriberParse, KindFallsBackToOther) {
-    for (const char* reply : {R"({"kind": "spaceship"})", R"({"kind": 3})", "{}"}) {
-        EXPECT_EQ(parsed(reply).kind, CaptureKind::other) << reply;
-    }
 }
 
 TEST(DescriberParse, TagsAreNormalisedAndCapped) {
