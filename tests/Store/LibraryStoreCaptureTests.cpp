@@ -73,46 +73,42 @@ TEST_F(CaptureWrites, StageUpdatesMoveForwardAndClearTheFailure) {
     EXPECT_EQ(column("a", "attempts").asInt(), 2);
     EXPECT_EQ(column("a", "next_attempt_at").asDouble(), 2300.5);
 
-    store.setRead("a", "Recognised words", std::nullopt);
-    Capture read = *store.capture("a");
-    EXPECT_EQ(read.stage, CaptureStage::read);
-    EXPECT_EQ(read.ocrText, "Recognised words");
-    EXPECT_EQ(read.transcript, std::nullopt);
-    EXPECT_EQ(read.lastError, std::nullopt);
-    EXPECT_EQ(column("a", "attempts").asInt(), 0);
-
-    store.recordFailure("a", "described badly", 60s, 3000);
+    // Each stage's write moves the capture on and clears the failure recorded before it.
     const Described description{"Ramen in Tokyo",
                                 "Where to eat.",
                                 CaptureKind::place,
                                 {"Food", "#tokyo"},
                                 {"Say \"hi\" / \u00E9t\u00E9 \u2014 \U0001F35C", "second"},
                                 {"https://a.example/x"}};
-    store.setDescribed("a", description);
-    Capture described = *store.capture("a");
-    EXPECT_EQ(described.stage, CaptureStage::described);
-    EXPECT_EQ(described.title, "Ramen in Tokyo");
-    EXPECT_EQ(described.summary, "Where to eat.");
-    EXPECT_EQ(described.kind, CaptureKind::place);
-    EXPECT_EQ(described.tags, (std::vector<std::string>{"food", "tokyo"}));
-    EXPECT_EQ(described.highlights, description.highlights);
-    EXPECT_EQ(described.links, description.links);
-    EXPECT_EQ(described.lastError, std::nullopt);
-    EXPECT_EQ(column("a", "attempts").asInt(), 0);
-
-    store.recordFailure("a", "embedding failed", 60s, 4000);
-    store.setEmbedding("a", "model", {{VectorSpace::look, {1, 0}}});
-    EXPECT_EQ(store.capture("a")->stage, CaptureStage::embedded);
-    EXPECT_EQ(store.capture("a")->lastError, std::nullopt);
-
     store.insertCollection({"c", "Ramen", "\U0001F35C", 1, 1, 0, 0, false});
-    store.recordFailure("a", "organizing failed", 60s, 5000);
-    store.setCollection("a", "c");
-    Capture organized = *store.capture("a");
-    EXPECT_EQ(organized.stage, CaptureStage::organized);
+    const std::vector<std::pair<CaptureStage, std::function<void()>>> steps{
+        {CaptureStage::read, [&] { store.setRead("a", "Recognised words", std::nullopt); }},
+        {CaptureStage::described, [&] { store.setDescribed("a", description); }},
+        {CaptureStage::embedded,
+         [&] {
+             store.setEmbedding("a", "model", {{VectorSpace::look, {1, 0}}});
+         }},
+        {CaptureStage::organized, [&] { store.setCollection("a", "c"); }},
+    };
+    for (const auto& [stage, write] : steps) {
+        SCOPED_TRACE(stage.rawValue());
+        store.recordFailure("a", "failed before", 60s, 3000);
+        write();
+        const Capture after = *store.capture("a");
+        EXPECT_EQ(after.stage, stage);
+        EXPECT_EQ(after.lastError, std::nullopt);
+        EXPECT_EQ(column("a", "attempts").asInt(), 0);
+    }
+    const Capture organized = *store.capture("a");
+    EXPECT_EQ(organized.ocrText, "Recognised words");
+    EXPECT_EQ(organized.transcript, std::nullopt);
+    EXPECT_EQ(organized.title, "Ramen in Tokyo");
+    EXPECT_EQ(organized.summary, "Where to eat.");
+    EXPECT_EQ(organized.kind, CaptureKind::place);
+    EXPECT_EQ(organized.tags, (std::vector<std::string>{"food", "tokyo"}));
+    EXPECT_EQ(organized.highlights, description.highlights);
+    EXPECT_EQ(organized.links, description.links);
     EXPECT_EQ(organized.collectionID, "c");
-    EXPECT_EQ(organized.lastError, std::nullopt);
-    EXPECT_EQ(column("a", "attempts").asInt(), 0);
 
     // Writes to an id without a row succeed and change nothing.
     EXPECT_NO_THROW(store.setRead("ghost", "x", "y"));
