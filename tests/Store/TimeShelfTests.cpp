@@ -75,22 +75,5 @@ TEST(TimeShelf, CalendarsRejectUnknownZonesAndUnplaceableInstants) {
     EXPECT_LE(*current.startOfDay(1e9), 1e9);
 }
 
-using Shelves = StoreTest;
-
-TEST_F(Shelves, AShelfListsWhatWasKeptSinceItsStart) {
-    const Calendar utc("UTC", Weekday::monday);
-    const Instant now = 1735732800; // Wednesday 1 January 2025, 12:00 UTC
-    store.insert(screen("this-morning", now - 3600));
-    store.insert(screen("monday", now - 2 * 86400));
-    store.insert(screen("last-week", now - 3 * 86400));
-    auto listed = [&](TimeShelf shelf) {
-        return idsOf(store.captures(LibraryFilter::since(shelf.start(now, utc)), 10));
-    };
-    EXPECT_EQ(listed(TimeShelf::today), std::vector<std::string>{"this-morning"});
-    EXPECT_EQ(listed(TimeShelf::thisWeek), (std::vector<std::string>{"this-morning", "monday"}));
-    EXPECT_EQ(listed(TimeShelf::thisMonth), std::vector<std::string>{"this-morning"});
-    EXPECT_EQ(store.count(TimeShelf(TimeShelf::thisWeek).start(now, utc)), 2);
-}
-
 } // namespace
 } // namespace keepery::testing
