@@ -1,5 +1,5 @@
 // The fake model service is what every later model-service test stands on: its embeddings must rank
-// texts by shared words.
+// texts by shared words, and its script must reach the wire.
 #include "support/FakeModelService.h"
 
 #include "Understanding/OllamaClient.h"
@@ -29,4 +29,15 @@ TEST(FakeModelService, EmbeddingsPlaceTextsThatShareWordsClose) {
               FakeModelService::embedding("espresso grinder"));
     EXPECT_NE(FakeModelService::embedding("espresso", "aW1hZ2U="), FakeModelService::embedding("espresso"));
     EXPECT_EQ(FakeModelService::embedding("").size(), 768u);
+}
+
+// The benchmarks script the service program's embeddings from a file.
+TEST(FakeModelService, ScriptedEmbeddingsReachTheWire) {
+    FakeModelService service;
+    service.applyScript(R"({"embeddings": [{"text": "ramen", "vector": [3, 4]}]})");
+    const OllamaClient client(service.host());
+    const std::vector<OllamaClient::EmbedInput> ramen{{.text = "ramen"}};
+    EXPECT_EQ(client.embed("m", ramen, 10s), (std::vector<std::vector<float>>{{0.6f, 0.8f}}));
+    EXPECT_THROW(service.applyScript("[1]"), std::runtime_error);
+    EXPECT_THROW(service.applyScript(R"({"embeddings": [{"text": 1}]})"), std::runtime_error);
 }

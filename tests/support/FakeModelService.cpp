@@ -479,6 +479,20 @@ void FakeModelService::refuseConnections() {
     state_->stop();
 }
 
+void FakeModelService::applyScript(std::string_view scriptJSON) {
+    const JSON script = JSON::parse(scriptJSON, nullptr, false);
+    if (!script.is_object()) {
+        throw std::runtime_error("a fake model service script is a JSON object");
+    }
+    try {
+        for (const JSON& fixed : script.value("embeddings", JSON::array())) {
+            setEmbedding(fixed.at("text").get<std::string>(), fixed.at("vector").get<std::vector<double>>());
+        }
+    } catch (const JSON::exception& error) {
+        throw std::runtime_error(std::string("bad fake model service script: ") + error.what());
+    }
+}
+
 std::vector<FakeModelService::Request> FakeModelService::requests() const {
     std::lock_guard guard(state_->lock);
     return state_->received;

@@ -92,6 +92,11 @@ public:
     // Stops listening for good: later connections to the port are refused.
     void refuseConnections();
 
+    // Scripts the service from a JSON object whose "embeddings" key, when present, lists
+    // {"text": text, "vector": numbers} as setEmbedding takes them. Throws std::runtime_error for text that
+    // is not such an object.
+    void applyScript(std::string_view scriptJSON);
+
     // Every request received so far, in order of arrival; or only those to `path`.
     [[nodiscard]] std::vector<Request> requests() const;
     [[nodiscard]] std::vector<Request> requests(std::string_view path) const;
