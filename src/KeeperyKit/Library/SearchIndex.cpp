@@ -311,11 +311,7 @@ std::vector<std::string> SearchIndex::coveredCollections(std::span<const std::st
     std::vector<std::string> covered;
     for (const auto& [collectionID, count] : hits) {
         const auto found = members_.find(std::string(collectionID));
-        if (found == members_.end() || found->second.size() < SearchMerge::completionMinimum) {
-            continue;
-        }
-        if (static_cast<double>(count) / static_cast<double>(found->second.size()) >=
-            SearchMerge::completionShare) {
+        if (found != members_.end() && SearchMerge::covers(count, found->second.size())) {
             covered.push_back(found->first);
         }
     }

@@ -86,6 +86,11 @@ std::vector<std::string> merge(std::span<const std::vector<std::string>> lists, 
     return ranked;
 }
 
+bool covers(std::size_t hits, std::size_t members) {
+    return members >= completionMinimum &&
+           static_cast<double>(hits) / static_cast<double>(members) >= completionShare;
+}
+
 std::vector<std::string> coveredCollections(std::span<const std::string> ranked,
                                             const CollectionMembers& members) {
     const std::unordered_set<std::string_view> found(ranked.begin(), ranked.end());
@@ -112,7 +117,7 @@ std::vector<std::string> coveredCollections(std::span<const std::string> ranked,
             continue;
         }
         const auto hits = std::count_if(memberIDs.begin(), memberIDs.end(), isFound);
-        if (static_cast<double>(hits) / static_cast<double>(memberIDs.size()) >= completionShare) {
+        if (covers(static_cast<std::size_t>(hits), memberIDs.size())) {
             covered.push_back(collectionID);
         }
     }

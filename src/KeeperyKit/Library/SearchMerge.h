@@ -66,6 +66,10 @@ using Evidence = std::map<SearchReason, std::vector<std::string>>;
 [[nodiscard]] std::vector<std::string> merge(std::span<const std::vector<std::string>> lists,
                                              std::size_t limit);
 
+// Whether a collection of `members` members, `hits` of them ranked, is covered: at least
+// `completionMinimum` members, at least `completionShare` of them ranked.
+[[nodiscard]] bool covers(std::size_t hits, std::size_t members);
+
 // The collections with at least `completionMinimum` members of which at least `completionShare` are
 // among `ranked`, in ascending collection id order.
 [[nodiscard]] std::vector<std::string> coveredCollections(std::span<const std::string> ranked,
