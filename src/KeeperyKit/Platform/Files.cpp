@@ -146,6 +146,9 @@ void LocalFiles::copy(const std::filesystem::path& from, const std::filesystem::
         }
     }
     ::close(in);
+    if (error == 0 && ::fsync(out) != 0) {
+        error = errno;
+    }
     if (::close(out) != 0 && error == 0) {
         error = errno;
     }

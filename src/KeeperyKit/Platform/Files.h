@@ -24,7 +24,8 @@ public:
     // Makes `path` and every missing parent; an existing directory is fine and keeps its permissions.
     virtual void createDirectories(const std::filesystem::path& path) const = 0;
 
-    // Copies the file at `from` to `to`, which must not exist yet; nothing stays at `to` after a failure.
+    // Copies the file at `from` to `to`, which must not exist yet, flushed to disk before it returns (a row
+    // that names the copy is written after it); nothing stays at `to` after a failure.
     virtual void copy(const std::filesystem::path& from, const std::filesystem::path& to) const = 0;
 
     // Takes every permission of group and others away from the file or directory at `path`.
