@@ -3,42 +3,27 @@
 #include "support/TemporaryDirectory.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <spawn.h>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 
 namespace keepery::testing {
-
-pid_t spawn(const std::string& program, const std::vector<std::string>& arguments,
-            const std::map<std::string, std::string>& environment, posix_spawn_file_actions_t& actions) {
-    std::vector<std::string> argvStrings{program};
-    argvStrings.insert(argvStrings.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& s : argvStrings) {
-        argv.push_back(s.data());
-    }
-    argv.push_back(nullptr);
-    std::vector<std::string> envStrings;
-    for (const auto& [key, value] : environment) {
-        envStrings.push_back(key + "=" + value);
-    }
-    std::vector<char*> envp;
-    for (auto& s : envStrings) {
-        envp.push_back(s.data());
-    }
-    envp.push_back(nullptr);
-    pid_t pid = 0;
-    const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    return spawned == 0 ? pid : -1;
-}
-
 namespace {
+
+// Pointers to `strings` with a null after the last, as exec takes them.
+std::vector<char*> pointers(std::vector<std::string>& strings) {
+    std::vector<char*> out;
+    for (std::string& s : strings) {
+        out.push_back(s.data());
+    }
+    out.push_back(nullptr);
+    return out;
+}
 
 // Waits for `pid`: its exit code, or -1 when it did not exit normally.
 int exitStatusOf(pid_t pid) {
@@ -50,6 +35,21 @@ int exitStatusOf(pid_t pid) {
 
 } // namespace
 
+pid_t spawn(const std::string& program, const std::vector<std::string>& arguments,
+            const std::map<std::string, std::string>& environment, posix_spawn_file_actions_t& actions) {
+    std::vector<std::string> argv{program};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    std::vector<std::string> envp;
+    for (const auto& [key, value] : environment) {
+        envp.push_back(key + "=" + value);
+    }
+    pid_t pid = 0;
+    const int spawned =
+        posix_spawn(&pid, program.c_str(), &actions, nullptr, pointers(argv).data(), pointers(envp).data());
+    posix_spawn_file_actions_destroy(&actions);
+    return spawned == 0 ? pid : -1;
+}
+
 ChildResult runChild(const std::string& program, const std::vector<std::string>& arguments,
                      const std::map<std::string, std::string>& environment, const std::string& input) {
     // Files rather than pipes: the child reads and writes at its own pace and nothing can deadlock.
@@ -60,10 +60,8 @@ ChildResult runChild(const std::string& program, const std::vector<std::string>&
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, in.c_str(), O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT, 0600);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(), O_WRONLY | O_CREAT, 0600);
     const pid_t pid = spawn(program, arguments, environment, actions);
     if (pid < 0) {
         throw std::runtime_error("cannot start " + program);
@@ -87,60 +85,39 @@ LineChild::LineChild(const std::string& program, const std::map<std::string, std
     posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    const pid_t pid = spawn(program, arguments, environment, actions);
+    pid_ = spawn(program, arguments, environment, actions);
     close(in[0]);
     close(out[1]);
-    if (pid < 0) {
-        close(in[1]);
-        close(out[0]);
+    input_ = fdopen(in[1], "w");
+    output_ = fdopen(out[0], "r");
+    if (pid_ < 0) {
+        finish();
         throw std::runtime_error("cannot start " + program);
     }
-    pid_ = pid;
-    input_ = in[1];
-    output_ = out[0];
-}
-
-LineChild::~LineChild() {
-    finish();
 }
 
 void LineChild::send(const std::string& text) {
-    std::size_t written = 0;
-    while (input_ >= 0 && written < text.size()) {
-        const ssize_t n = write(input_, text.data() + written, text.size() - written);
-        if (n <= 0 && errno != EINTR) {
-            return;
-        }
-        written += n > 0 ? static_cast<std::size_t>(n) : 0;
+    if (input_ != nullptr) {
+        std::fwrite(text.data(), 1, text.size(), input_);
+        std::fflush(input_);
     }
 }
 
 std::string LineChild::readLine() {
-    while (buffered_.find('\n') == std::string::npos) {
-        char buffer[65536];
-        const ssize_t n = read(output_, buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return std::exchange(buffered_, std::string());
-        }
-        buffered_.append(buffer, static_cast<std::size_t>(n));
+    std::string line;
+    for (int c = 0; output_ != nullptr && (c = std::getc(output_)) != EOF && c != '\n';) {
+        line += static_cast<char>(c);
     }
-    const std::size_t end = buffered_.find('\n');
-    std::string line = buffered_.substr(0, end);
-    buffered_.erase(0, end + 1);
     return line;
 }
 
 int LineChild::finish() {
-    if (pid_ < 0) {
-        return -1;
+    for (std::FILE* stream : {std::exchange(input_, nullptr), std::exchange(output_, nullptr)}) {
+        if (stream != nullptr) {
+            std::fclose(stream);
+        }
     }
-    close(input_);
-    close(output_);
-    input_ = output_ = -1;
-    return exitStatusOf(std::exchange(pid_, -1));
+    return pid_ < 0 ? -1 : exitStatusOf(std::exchange(pid_, -1));
 }
 
 } // namespace keepery::testing

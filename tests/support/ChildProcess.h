@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdio>
 #include <map>
 #include <spawn.h>
 #include <string>
@@ -20,18 +21,18 @@ struct ChildResult {
 pid_t spawn(const std::string& program, const std::vector<std::string>& arguments,
             const std::map<std::string, std::string>& environment, posix_spawn_file_actions_t& actions);
 
-// Runs `program` with `arguments`, the given environment (replacing the parent's) and `input` on its
-// standard input, then waits for it. Output of any size is collected without deadlock.
+// Runs `program` with `arguments`, exactly `environment` and `input` on its standard input, and waits for
+// it. Output of any size is collected without deadlock.
 ChildResult runChild(const std::string& program, const std::vector<std::string>& arguments,
                      const std::map<std::string, std::string>& environment, const std::string& input);
 
-// A child process spoken to line by line: requests written to its standard input, replies read from its
-// standard output. Standard error is discarded. The destructor closes its input and waits for it.
+// A child process spoken to line by line through its standard input and output (standard error is
+// discarded). The destructor closes its input and waits for it.
 class LineChild {
 public:
     LineChild(const std::string& program, const std::map<std::string, std::string>& environment,
               const std::vector<std::string>& arguments = {});
-    ~LineChild();
+    ~LineChild() { finish(); }
     LineChild(const LineChild&) = delete;
     LineChild& operator=(const LineChild&) = delete;
 
@@ -45,9 +46,8 @@ public:
 
 private:
     int pid_ = -1;
-    int input_ = -1;
-    int output_ = -1;
-    std::string buffered_;
+    std::FILE* input_ = nullptr;
+    std::FILE* output_ = nullptr;
 };
 
 } // namespace keepery::testing

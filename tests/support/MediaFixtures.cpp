@@ -10,13 +10,9 @@
 #include <fstream>
 
 namespace keepery::testing {
-namespace {
 
-// The engine's own libvips start and conversions, so that test pictures are made the way it reads them.
-using VipsImages::take;
+using VipsImages::take; // the engine's own conversions, so that test pictures are made the way it reads them
 using VipsImages::view;
-
-} // namespace
 
 Image quadrants(int width, int height) {
     Image image{.width = width, .height = height, .bands = 3, .pixels = {}};
@@ -43,7 +39,6 @@ bool near(const Image& image, int x, int y, Colour colour, int tolerance) {
 }
 
 std::vector<std::uint8_t> jpegWith(const Image& image, const PhotoOptions& options) {
-    VipsRuntime::ensureStarted();
     auto picture = view(image).copy();
     if (options.orientation != 0) {
         picture.set("orientation", options.orientation);
@@ -58,12 +53,10 @@ std::vector<std::uint8_t> jpegWith(const Image& image, const PhotoOptions& optio
 }
 
 std::vector<std::uint8_t> pngOf(const Image& image) {
-    VipsRuntime::ensureStarted();
     return take(view(image).pngsave_buffer());
 }
 
 std::optional<std::vector<std::uint8_t>> heifOf(const Image& image) {
-    VipsRuntime::ensureStarted();
     try {
         return take(view(image).heifsave_buffer(vips::VImage::option()->set("Q", 90)));
     } catch (const vips::VError&) {
@@ -89,24 +82,28 @@ Image decoded(const std::vector<std::uint8_t>& encoded) {
 }
 
 void writeFile(const std::filesystem::path& path, const std::vector<std::uint8_t>& bytes) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    writeFile(path, std::string(bytes.begin(), bytes.end()));
 }
 
 void writeFile(const std::filesystem::path& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary);
-    out << text;
+    std::ofstream(path, std::ios::binary) << text;
 }
 
 void makeVideo(const std::filesystem::path& path, const VideoOptions& options) {
-    const std::string size = std::to_string(options.width) + "x" + std::to_string(options.height);
-    const std::string picture = "color=c=blue:s=" + size + ":r=25:d=" + std::to_string(options.seconds) +
+    const auto ffmpeg = [](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"ffmpeg", "-nostdin", "-v", "error", "-y"});
+        const auto result = Process::system().run(arguments, std::chrono::seconds(120));
+        return result.succeeded() ? ::testing::AssertionSuccess()
+                                  : ::testing::AssertionFailure() << result.standardError;
+    };
+    const std::string picture = "color=c=blue:s=" + std::to_string(options.width) + "x" +
+                                std::to_string(options.height) +
+                                ":r=25:d=" + std::to_string(options.seconds) +
                                 ",drawbox=x=0:y=0:w=" + std::to_string(options.width / 2) +
                                 ":h=" + std::to_string(options.height / 2) + ":c=red:t=fill";
-    std::vector<std::string> arguments{"ffmpeg",    "-nostdin",  "-v",        "error",    "-y",
-                                       "-f",        "lavfi",     "-i",        picture,    "-c:v",
-                                       "libx264",   "-preset",   "ultrafast", "-pix_fmt", "yuv420p",
-                                       "-movflags", "+faststart"};
+    std::vector<std::string> arguments{"-f",       "lavfi",   "-i",        picture,
+                                       "-c:v",     "libx264", "-preset",   "ultrafast",
+                                       "-pix_fmt", "yuv420p", "-movflags", "+faststart"};
     if (options.keyFrameEveryFrame) {
         arguments.insert(arguments.end(), {"-g", "1"});
     }
@@ -115,21 +112,14 @@ void makeVideo(const std::filesystem::path& path, const VideoOptions& options) {
     }
     // ffmpeg 5.1 writes the rotate tag as a display matrix only when it copies the stream, not while it
     // encodes; so the rotated video is a copy of an encoded one.
-    const auto encoded =
-        options.rotation == 0
-            ? path
-            : std::filesystem::path(path.string() + ".unrotated" + path.extension().string());
-    arguments.push_back(encoded.string());
-    const auto result = Process::system().run(arguments, std::chrono::seconds(120));
-    ASSERT_TRUE(result.succeeded()) << result.standardError;
+    const std::string encoded =
+        options.rotation == 0 ? path.string() : path.string() + ".unrotated" + path.extension().string();
+    arguments.push_back(encoded);
+    ASSERT_TRUE(ffmpeg(arguments));
     if (options.rotation != 0) {
-        const auto copied = Process::system().run(
-            std::vector<std::string>{"ffmpeg", "-nostdin", "-v", "error", "-y", "-i", encoded.string(), "-c",
-                                     "copy", "-metadata:s:v:0", "rotate=" + std::to_string(options.rotation),
-                                     path.string()},
-            std::chrono::seconds(120));
+        ASSERT_TRUE(ffmpeg({"-i", encoded, "-c", "copy", "-metadata:s:v:0",
+                            "rotate=" + std::to_string(options.rotation), path.string()}));
         std::filesystem::remove(encoded);
-        ASSERT_TRUE(copied.succeeded()) << copied.standardError;
     }
 }
 

@@ -13,14 +13,12 @@
 // test sources.
 namespace keepery::testing {
 
-// Colours of the four quadrants of `quadrants`: top left red, top right green, bottom left blue, bottom
-// right white.
+// The colours of `quadrants`: top left red, top right green, bottom left blue, bottom right white.
 inline constexpr Colour red{255, 0, 0};
 inline constexpr Colour green{0, 255, 0};
 inline constexpr Colour blue{0, 0, 255};
 inline constexpr Colour white{255, 255, 255};
 
-// A `width` × `height` RGB image whose quadrants have the colours above.
 [[nodiscard]] Image quadrants(int width, int height);
 
 // Whether the pixel at (x, y) of `image` is within `tolerance` of `colour` in every channel.
@@ -36,9 +34,8 @@ struct PhotoOptions {
     PhotoOptions& dated(std::string text) { return dateTime = std::move(text), *this; }
 };
 
-// `image` encoded as a JPEG with the metadata in `options`.
+// `image` as a JPEG with the metadata in `options`, as PNG, or as HEIF (absent when libheif cannot encode).
 [[nodiscard]] std::vector<std::uint8_t> jpegWith(const Image& image, const PhotoOptions& options = {});
-// `image` encoded as PNG, or as HEIF (absent when this machine's libheif cannot encode).
 [[nodiscard]] std::vector<std::uint8_t> pngOf(const Image& image);
 [[nodiscard]] std::optional<std::vector<std::uint8_t>> heifOf(const Image& image);
 
@@ -63,9 +60,8 @@ struct VideoOptions {
     VideoOptions& everyFrameKey() { return keyFrameEveryFrame = true, *this; }
 };
 
-// Writes an H.264 video at `path` (its container chosen by the extension) whose picture is blue with a red
-// top-left quadrant (as stored, before any rotation), with its index at the front so that a cut-off file
-// still opens. Fails the test when ffmpeg cannot make it.
+// Writes an H.264 video at `path` (container by extension), blue with a red top-left quadrant as stored, its
+// index at the front so that a cut-off file still opens. Fails the test when ffmpeg cannot make it.
 void makeVideo(const std::filesystem::path& path, const VideoOptions& options = {});
 
 } // namespace keepery::testing

@@ -12,6 +12,16 @@ namespace {
 
 using SearchMerge::ScoredID;
 
+// What `read` returns, or nothing when it throws: a failed read leaves its part of the answer out.
+template <typename Read>
+auto orNothing(Read read) -> decltype(read()) {
+    try {
+        return read();
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
 // Every pair sorted best first (NaN last, equal scores in input order), then the survivors of the cut.
 std::vector<ScoredID> sortedStandouts(std::vector<ScoredID> scored) {
     if (scored.empty()) {
@@ -30,7 +40,6 @@ std::vector<ScoredID> sortedStandouts(std::vector<ScoredID> scored) {
 
 std::vector<SearchMerge::Candidate> candidates(const LibraryStore::VectorRows& stored) {
     std::vector<SearchMerge::Candidate> out;
-    out.reserve(stored.size());
     for (std::size_t i = 0; i < stored.size(); ++i) {
         out.push_back({stored.ids[i], stored.row(i)});
     }
@@ -46,34 +55,21 @@ SearchFindings ReferenceSearch::findings(const std::string& query) {
     }
     SearchMerge::Evidence evidence;
     auto& words = evidence[SearchReason::words];
-    try {
-        for (const auto& match : store_.textSearch(trimmed, 100)) {
-            words.push_back(match.id);
-        }
-    } catch (const std::exception&) {
-        words.clear();
+    for (const auto& match : orNothing([&] { return store_.textSearch(trimmed, 100); })) {
+        words.push_back(match.id);
     }
-    std::optional<std::vector<float>> queryVector;
-    try {
-        const OllamaClient::EmbedInput input{EmbeddingText::query(trimmed), std::nullopt};
-        auto vectors = client_.embed(embeddingModel_, std::span(&input, 1), std::chrono::seconds(60));
-        if (!vectors.empty()) {
-            queryVector = vectors.front();
+    const OllamaClient::EmbedInput input{EmbeddingText::query(trimmed), std::nullopt};
+    const auto vectors = orNothing(
+        [&] { return client_.embed(embeddingModel_, std::span(&input, 1), std::chrono::seconds(60)); });
+    for (const VectorSpace space : {VectorSpace::look, VectorSpace::meaning}) {
+        if (vectors.empty()) {
+            break;
         }
-    } catch (const std::exception&) {
-    }
-    if (queryVector) {
-        for (const VectorSpace space : {VectorSpace::look, VectorSpace::meaning}) {
-            LibraryStore::VectorRows stored;
-            try {
-                stored = store_.vectorRows(embeddingModel_, space);
-            } catch (const std::exception&) {
-            }
-            const auto all = candidates(stored);
-            auto& found = evidence[SearchReason(space)];
-            for (const ScoredID& pair : sortedStandouts(SearchMerge::scores(*queryVector, all))) {
-                found.emplace_back(pair.id);
-            }
+        const auto stored = orNothing([&] { return store_.vectorRows(embeddingModel_, space); });
+        auto& found = evidence[SearchReason(space)];
+        for (const ScoredID& pair :
+             sortedStandouts(SearchMerge::scores(vectors.front(), candidates(stored)))) {
+            found.emplace_back(pair.id);
         }
     }
     std::vector<std::vector<std::string>> lists;
@@ -83,42 +79,34 @@ SearchFindings ReferenceSearch::findings(const std::string& query) {
     const std::vector<std::string> ranked = SearchMerge::merge(lists, 60);
 
     SearchMerge::CollectionMembers members;
-    try {
-        for (const Capture& capture : store_.captures(LibraryFilter::recent(), 100000)) {
-            if (capture.collectionID) {
-                members[*capture.collectionID].push_back(capture.id);
-            }
+    for (const Capture& capture :
+         orNothing([&] { return store_.captures(LibraryFilter::recent(), 100000); })) {
+        if (capture.collectionID) {
+            members[*capture.collectionID].push_back(capture.id);
         }
-    } catch (const std::exception&) {
-        members.clear();
     }
     const auto completed = SearchMerge::completingCollections(ranked, members);
     const auto reasons = SearchMerge::reasons(evidence, completed);
     SearchFindings findings;
-    try {
-        for (Capture& capture : store_.captures(completed)) {
-            SearchHit hit{std::move(capture), {}};
-            if (auto it = reasons.find(hit.id()); it != reasons.end()) {
-                hit.reasons = it->second;
-            }
-            findings.hits.push_back(std::move(hit));
+    for (Capture& capture : orNothing([&] { return store_.captures(completed); })) {
+        SearchHit hit{std::move(capture), {}};
+        if (auto it = reasons.find(hit.id()); it != reasons.end()) {
+            hit.reasons = it->second;
         }
-    } catch (const std::exception&) {
-        findings.hits.clear();
+        findings.hits.push_back(std::move(hit));
     }
     findings.collectionIDs = SearchMerge::coveredCollections(ranked, members);
     return findings;
 }
 
 std::vector<Capture> ReferenceSearch::related(const std::string& captureID, std::int64_t limit) {
-    try {
+    return orNothing([&]() -> std::vector<Capture> {
         const auto own = store_.vector(captureID, VectorSpace::meaning);
         if (!own) {
             return {};
         }
         const auto stored = store_.vectorRows(embeddingModel_, VectorSpace::meaning);
-        const auto all = candidates(stored);
-        auto scored = SearchMerge::scores(*own, all, std::string_view(captureID));
+        auto scored = SearchMerge::scores(*own, candidates(stored), std::string_view(captureID));
         std::erase_if(scored, [](const ScoredID& pair) { return !(pair.score >= 0.76f); });
         std::stable_sort(scored.begin(), scored.end(),
                          [](const ScoredID& a, const ScoredID& b) { return a.score > b.score; });
@@ -127,9 +115,7 @@ std::vector<Capture> ReferenceSearch::related(const std::string& captureID, std:
             ids.emplace_back(scored[i].id);
         }
         return store_.captures(ids);
-    } catch (const std::exception&) {
-        return {};
-    }
+    });
 }
 
 } // namespace keepery::testing

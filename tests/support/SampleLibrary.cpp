@@ -1,5 +1,6 @@
 #include "support/SampleLibrary.h"
 
+#include "Platform/Text.h"
 #include "Store/LibraryStore.h"
 
 #include <algorithm>
@@ -61,10 +62,10 @@ struct Topic {
     std::vector<std::string> hosts;
 };
 
-// The words a library is made of, read once from the data file beside this one.
+// The words a library is made of, read once from the data file beside this one: topics, the words every
+// screen is full of (most common first) and syllables for rare words.
 struct SampleWords {
     std::vector<Topic> topics;
-    // The words every screen is full of, most common first (sampled with a Zipf-like skew).
     std::vector<std::string> commonWords;
     std::vector<std::string> syllables;
 };
@@ -76,17 +77,12 @@ const SampleWords& sampleWords() {
             throw std::runtime_error("cannot read " KEEPERY_SAMPLE_LIBRARY_DATA);
         }
         const nlohmann::json json = nlohmann::json::parse(in);
-        SampleWords v;
+        SampleWords v{{}, json.at("commonWords"), json.at("syllables")};
         for (const nlohmann::json& t : json.at("topics")) {
-            const auto kind = CaptureKind::fromRawValue(t.at("kind").get<std::string>());
-            if (!kind) {
-                throw std::runtime_error("unknown kind in " KEEPERY_SAMPLE_LIBRARY_DATA);
-            }
-            v.topics.push_back({t.at("name"), t.at("emoji"), *kind, t.at("words"), t.at("tags"), t.at("apps"),
-                                t.at("hosts")});
+            v.topics.push_back({t.at("name"), t.at("emoji"),
+                                CaptureKind::parse(t.at("kind").get<std::string>()), t.at("words"),
+                                t.at("tags"), t.at("apps"), t.at("hosts")});
         }
-        v.commonWords = json.at("commonWords").get<std::vector<std::string>>();
-        v.syllables = json.at("syllables").get<std::vector<std::string>>();
         return v;
     }();
     return loaded;
@@ -101,8 +97,7 @@ const std::vector<Topic>& topics() {
 std::string rareWord(std::uint64_t n) {
     const std::vector<std::string>& syllables = sampleWords().syllables;
     std::string word;
-    const std::size_t length = 2 + n % 3;
-    for (std::size_t i = 0; i < length; ++i) {
+    for (std::size_t i = 0, length = 2 + n % 3; i < length; ++i) {
         word += syllables[n % syllables.size()];
         n /= syllables.size();
     }
@@ -127,10 +122,7 @@ std::string textWord(Random& random, const std::vector<std::string>& topicWords)
     if (roll < 0.84) {
         return random.pick(topicWords);
     }
-    if (roll < 0.97) {
-        return rareWord(random.below(40000));
-    }
-    return std::to_string(random.below(10000));
+    return roll < 0.97 ? rareWord(random.below(40000)) : std::to_string(random.below(10000));
 }
 
 std::string sentence(Random& random, const std::vector<std::string>& topicWords, std::size_t words) {
@@ -151,26 +143,12 @@ std::string uuid(std::uint64_t high, std::uint64_t low) {
     return buffer;
 }
 
-std::vector<float> unitGaussian(Random& random, std::size_t dimensions) {
-    std::vector<float> v(dimensions);
+// `centre` moved by noise of the given spread, at unit length.
+std::vector<float> near(Random& random, const std::vector<float>& centre, double spread) {
+    std::vector<float> v(centre.size());
+    const double perElement = spread / std::sqrt(static_cast<double>(centre.size()));
     double norm = 0;
-    for (float& x : v) {
-        x = static_cast<float>(random.normal());
-        norm += static_cast<double>(x) * x;
-    }
-    const auto scale = static_cast<float>(1.0 / std::sqrt(norm));
-    for (float& x : v) {
-        x *= scale;
-    }
-    return v;
-}
-
-// `centre` moved by noise of the given spread, back at unit length.
-std::vector<float> near(Random& random, const float* centre, std::size_t dimensions, double spread) {
-    std::vector<float> v(dimensions);
-    const double perElement = spread / std::sqrt(static_cast<double>(dimensions));
-    double norm = 0;
-    for (std::size_t i = 0; i < dimensions; ++i) {
+    for (std::size_t i = 0; i < v.size(); ++i) {
         v[i] = static_cast<float>(centre[i] + perElement * random.normal());
         norm += static_cast<double>(v[i]) * v[i];
     }
@@ -186,9 +164,6 @@ std::vector<float> near(Random& random, const float* centre, std::size_t dimensi
 SampleLibrary::SampleLibrary(SampleLibraryOptions options) : options_(std::move(options)) {
     const std::size_t count =
         options_.collections > 0 ? options_.collections : std::max<std::size_t>(1, options_.captures / 200);
-    const std::size_t d = options_.dimensions;
-    collectionLooks_.reserve(count * d);
-    collectionMeanings_.reserve(count * d);
     for (std::size_t c = 0; c < count; ++c) {
         Random random(mix(options_.seed, 0xC011EC7ULL + c));
         const std::size_t topic = c % topics().size();
@@ -205,12 +180,8 @@ SampleLibrary::SampleLibrary(SampleLibraryOptions options) : options_(std::move(
         collections_.push_back(std::move(collection));
         collectionTopics_.push_back(topic);
         // A collection lies near its topic in both spaces, and apart from its topic's other collections.
-        for (VectorSpace space : VectorSpace::allCases()) {
-            const std::vector<float> centre = topicVector(topic, space);
-            const std::vector<float> own = near(random, centre.data(), d, 0.8);
-            auto& into = space == VectorSpace::look ? collectionLooks_ : collectionMeanings_;
-            into.insert(into.end(), own.begin(), own.end());
-        }
+        collectionLooks_.push_back(near(random, topicVector(topic, VectorSpace::look), 0.8));
+        collectionMeanings_.push_back(near(random, topicVector(topic, VectorSpace::meaning), 0.8));
     }
 }
 
@@ -229,7 +200,9 @@ std::string SampleLibrary::topicQuery(std::size_t topic) const {
 
 std::vector<float> SampleLibrary::topicVector(std::size_t topic, VectorSpace space) const {
     Random random(mix(options_.seed, 0x70B1C000ULL + topic * 2 + static_cast<std::size_t>(space.value)));
-    return unitGaussian(random, options_.dimensions);
+    // Noise of the centre's own size around zero: a direction drawn evenly from the sphere.
+    const auto dimensions = static_cast<double>(options_.dimensions);
+    return near(random, std::vector<float>(options_.dimensions), std::sqrt(dimensions));
 }
 
 std::string SampleLibrary::captureID(std::size_t index) const {
@@ -245,7 +218,7 @@ SampleCapture SampleLibrary::capture(std::size_t index) const {
     kept.createdAt =
         options_.firstKeptAt + options_.secondsBetween * (static_cast<double>(index) + random.uniform());
 
-    const bool unsorted = random.chance(options_.unsortedShare);
+    const bool unsorted = random.chance(0.1);
     const std::size_t collection = random.below(collections_.size());
     sample.topic = unsorted ? random.below(topics().size()) : collectionTopics_[collection];
     if (!unsorted) {
@@ -277,24 +250,20 @@ SampleCapture SampleLibrary::capture(std::size_t index) const {
         kept.height = kept.width == 2880 ? 1800 : 900;
         break;
     case CaptureMedia::photo:
-        kept.app = "Photos";
-        kept.windowTitle = "IMG_" + std::to_string(1000 + random.below(9000));
-        kept.width = 4032;
-        kept.height = 3024;
-        kept.takenAt = kept.createdAt - random.uniform() * 86400.0 * 365.0;
+    case CaptureMedia::video: {
+        const bool photo = kept.media == CaptureMedia::photo;
+        kept.app = photo ? "Photos" : "Videos";
+        kept.windowTitle = (photo ? "IMG_" : "VID_") + std::to_string(1000 + random.below(9000));
+        kept.width = photo ? 4032 : 1920;
+        kept.height = photo ? 3024 : 1080;
+        if (!photo) {
+            kept.duration = 5.0 + random.uniform() * 300.0;
+        }
+        kept.takenAt = kept.createdAt - random.uniform() * 86400.0 * (photo ? 365.0 : 30.0);
         kept.imageFile = "media/" + kept.id + ".jpg";
-        kept.originalFile = "media/" + kept.id + "-original.heic";
+        kept.originalFile = "media/" + kept.id + (photo ? "-original.heic" : "-original.mov");
         break;
-    case CaptureMedia::video:
-        kept.app = "Videos";
-        kept.windowTitle = "VID_" + std::to_string(1000 + random.below(9000));
-        kept.width = 1920;
-        kept.height = 1080;
-        kept.duration = 5.0 + random.uniform() * 300.0;
-        kept.takenAt = kept.createdAt - random.uniform() * 86400.0 * 30.0;
-        kept.imageFile = "media/" + kept.id + ".jpg";
-        kept.originalFile = "media/" + kept.id + "-original.mov";
-        break;
+    }
     }
 
     // Recognised text: a few dozen to several hundred words; photos hold little text.
@@ -309,9 +278,7 @@ SampleCapture SampleLibrary::capture(std::size_t index) const {
         sentences.push_back(sentence(random, words, n));
         written += n;
     }
-    for (const std::string& s : sentences) {
-        sample.ocrText += (sample.ocrText.empty() ? "" : " ") + s;
-    }
+    sample.ocrText = Text::joined(sentences, " ");
     if (kept.media == CaptureMedia::video) {
         sample.transcript = sentence(random, words, 30 + random.below(120));
     }
@@ -320,9 +287,8 @@ SampleCapture SampleLibrary::capture(std::size_t index) const {
     description.title = capitalized(words[0]) + " " + words[1] + " " + words[2];
     description.summary = sentence(random, words, 15 + random.below(20));
     description.kind = topic.kind;
-    std::vector<std::string> tags = topic.tags;
-    tags.resize(std::min(tags.size(), 2 + random.below(4)));
-    description.tags = tags;
+    description.tags = topic.tags;
+    description.tags.resize(std::min(description.tags.size(), 2 + random.below(4)));
     for (std::size_t i = 0, n = std::min<std::size_t>(random.below(4), sentences.size()); i < n; ++i) {
         description.highlights.push_back(sentences[random.below(sentences.size())]);
     }
@@ -330,19 +296,12 @@ SampleCapture SampleLibrary::capture(std::size_t index) const {
         description.links.push_back(*kept.url);
     }
 
-    const std::size_t d = options_.dimensions;
-    const float* look = unsorted ? nullptr : collectionLooks_.data() + collection * d;
-    const float* meaning = unsorted ? nullptr : collectionMeanings_.data() + collection * d;
-    std::vector<float> topicLook;
-    std::vector<float> topicMeaning;
-    if (unsorted) {
-        topicLook = topicVector(sample.topic, VectorSpace::look);
-        topicMeaning = topicVector(sample.topic, VectorSpace::meaning);
-        look = topicLook.data();
-        meaning = topicMeaning.data();
-    }
-    sample.look = near(random, look, d, unsorted ? 1.6 : 0.9);
-    sample.meaning = near(random, meaning, d, unsorted ? 1.4 : 0.7);
+    const auto centre = [&](VectorSpace space) {
+        const auto& directions = space == VectorSpace::look ? collectionLooks_ : collectionMeanings_;
+        return unsorted ? topicVector(sample.topic, space) : directions[collection];
+    };
+    sample.look = near(random, centre(VectorSpace::look), unsorted ? 1.6 : 0.9);
+    sample.meaning = near(random, centre(VectorSpace::meaning), unsorted ? 1.4 : 0.7);
 
     sample.favorite = random.chance(0.03);
     if (random.chance(0.02)) {

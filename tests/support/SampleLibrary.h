@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Model/Capture.h"
+#include "Understanding/CaptureDescription.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -18,29 +19,17 @@ namespace keepery::testing {
 // library, capture for capture and bit for bit.
 struct SampleLibraryOptions {
     std::size_t captures = 1000;
-    // Number of collections; 0 makes one per 200 captures (at least one).
-    std::size_t collections = 0;
+    std::size_t collections = 0; // 0: one per 200 captures (at least one)
     std::uint64_t seed = 1;
     std::size_t dimensions = 768;
-    // When the first capture was kept, and the mean time between two captures.
     Instant firstKeptAt = 1'700'000'000;
-    double secondsBetween = 900;
+    double secondsBetween = 900; // on average, between two captures
     std::string embeddingModel = "nomic-embed-text";
-    // Share of captures that stay in no collection.
-    double unsortedShare = 0.1;
 };
 
 // One generated capture: the record as it is kept, and everything processing adds to it.
 struct SampleCapture {
-    // What the describer would say; the shape LibraryStore::setDescribed accepts.
-    struct Description {
-        std::string title;
-        std::string summary;
-        CaptureKind kind = CaptureKind::other;
-        std::vector<std::string> tags;
-        std::vector<std::string> highlights;
-        std::vector<std::string> links;
-    };
+    using Description = CaptureDescription; // what the describer would say
 
     Capture kept; // stage captured; only the fields a capture is kept with
     std::string ocrText;
@@ -54,17 +43,14 @@ struct SampleCapture {
     std::optional<std::string> note;
 };
 
-// A deterministic, realistic library of N captures over a few dozen topics (food, code, travel, money…):
-// recognised texts of a few hundred words drawn from common English, topic words and a long tail of rare
-// words; titles, summaries, tags, highlights and links; screens, photos and videos from plausible apps and
-// sites; collections of one topic each; two 768-element unit vectors per capture clustered by collection.
-// Captures are made on demand from (seed, index), so a library of any size costs no memory until written.
-// Pure; any thread.
+// A deterministic, realistic library of N captures over a few dozen topics: texts of common, topic and rare
+// words; descriptions; screens, photos and videos from plausible apps and sites; collections of one topic
+// each; two unit vectors per capture clustered by collection. Captures are made on demand from (seed,
+// index), so a library of any size costs no memory until written. Pure; any thread.
 class SampleLibrary {
 public:
     explicit SampleLibrary(SampleLibraryOptions options = {});
 
-    [[nodiscard]] const SampleLibraryOptions& options() const { return options_; }
     [[nodiscard]] std::size_t size() const { return options_.captures; }
 
     // Every collection as written (counts 0: listings compute them), one topic each.
@@ -74,28 +60,25 @@ public:
     [[nodiscard]] SampleCapture capture(std::size_t index) const;
     [[nodiscard]] std::string captureID(std::size_t index) const;
 
-    // The topics, and for each the words a person would type to find its captures ("tokyo ramen") and the
-    // unit direction its captures' vectors lie near.
+    // The topics, the words a person would type to find each one's captures ("tokyo ramen"), and the unit
+    // direction its captures' vectors lie near.
     [[nodiscard]] std::size_t topicCount() const;
     [[nodiscard]] std::string topicName(std::size_t topic) const;
     [[nodiscard]] std::string topicQuery(std::size_t topic) const;
     [[nodiscard]] std::vector<float> topicVector(std::size_t topic, VectorSpace space) const;
 
-    // Writes the collections, then captures [first, first + count) through the store's own writes, as the
-    // pipeline would: insert, setRead, setDescribed, setEmbedding, setCollection (filed or unsorted), and a
-    // few favourites and notes. Throws what the store throws.
+    // Writes the collections, captures [first, first + count), or both for every capture, through the
+    // store's own writes as the pipeline would. Throws what the store throws.
     void writeCollections(LibraryStore& store) const;
     void writeCaptures(LibraryStore& store, std::size_t first, std::size_t count) const;
-    // Both, for every capture.
     void write(LibraryStore& store) const;
 
 private:
     SampleLibraryOptions options_;
     std::vector<CaptureCollection> collections_;
     std::vector<std::size_t> collectionTopics_;
-    // Per collection, its look and meaning directions, `dimensions` floats each, one after another.
-    std::vector<float> collectionLooks_;
-    std::vector<float> collectionMeanings_;
+    std::vector<std::vector<float>> collectionLooks_; // per collection, its direction in each space
+    std::vector<std::vector<float>> collectionMeanings_;
 };
 
 } // namespace keepery::testing

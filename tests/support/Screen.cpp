@@ -16,26 +16,6 @@ struct Screen::Pixels {
 
 namespace {
 
-std::string escaped(const std::string& text) {
-    std::string out;
-    for (char c : text) {
-        switch (c) {
-        case '&':
-            out += "&amp;";
-            break;
-        case '<':
-            out += "&lt;";
-            break;
-        case '>':
-            out += "&gt;";
-            break;
-        default:
-            out += c;
-        }
-    }
-    return out;
-}
-
 std::vector<double> vector(const Colour& colour) {
     return {static_cast<double>(colour.red), static_cast<double>(colour.green),
             static_cast<double>(colour.blue)};
@@ -45,8 +25,12 @@ std::vector<double> vector(const Colour& colour) {
 // is a pixel.
 vips::VImage mask(const std::string& line, const TextStyle& style) {
     VipsRuntime::ensureStarted();
+    std::string markup;
+    for (char c : line) {
+        markup += c == '&' ? "&amp;" : c == '<' ? "&lt;" : c == '>' ? "&gt;" : std::string(1, c);
+    }
     const std::string font = style.font + " " + std::to_string(style.pixels);
-    return vips::VImage::text(escaped(line).c_str(),
+    return vips::VImage::text(markup.c_str(),
                               vips::VImage::option()->set("font", font.c_str())->set("dpi", 72));
 }
 
@@ -63,14 +47,6 @@ Screen::~Screen() = default;
 Screen::Screen(Screen&&) noexcept = default;
 Screen& Screen::operator=(Screen&&) noexcept = default;
 
-int Screen::width() const {
-    return pixels_->image.width();
-}
-
-int Screen::height() const {
-    return pixels_->image.height();
-}
-
 void Screen::fill(int x, int y, int width, int height, Colour colour) {
     pixels_->image.draw_rect(vector(colour), x, y, width, height, vips::VImage::option()->set("fill", true));
 }
@@ -80,53 +56,19 @@ void Screen::draw(const std::string& line, int x, int y, const TextStyle& style)
         return;
     }
     vips::VImage coverage = mask(line, style);
-    const int width = std::min(coverage.width(), this->width() - x);
-    const int height = std::min(coverage.height(), this->height() - y);
+    const int width = std::min(coverage.width(), pixels_->image.width() - x);
+    const int height = std::min(coverage.height(), pixels_->image.height() - y);
     if (width <= 0 || height <= 0) {
         return;
     }
-    coverage = coverage.crop(0, 0, width, height);
-    const vips::VImage drawn = coverage.ifthenelse(vector(style.ink), vector(style.ground),
-                                                   vips::VImage::option()->set("blend", true));
+    const vips::VImage drawn =
+        coverage.crop(0, 0, width, height)
+            .ifthenelse(vector(style.ink), vector(style.ground), vips::VImage::option()->set("blend", true));
     pixels_->image.draw_image(drawn.cast(VIPS_FORMAT_UCHAR), x, y);
 }
 
 int Screen::measure(const std::string& line, const TextStyle& style) {
     return line.empty() ? 0 : mask(line, style).width();
-}
-
-std::vector<std::string> Screen::wrap(const std::vector<std::string>& words, std::size_t& next,
-                                      const TextStyle& style, int width, std::size_t maxLines) {
-    // A first guess from the width of an average character saves measuring every prefix.
-    const std::string sample = "The quick brown fox jumps over the lazy dog, 1234567890.";
-    const double perCharacter =
-        static_cast<double>(measure(sample, style)) / static_cast<double>(sample.size());
-    const auto fits = static_cast<std::size_t>(std::max(1.0, width / perCharacter));
-    std::vector<std::string> lines;
-    while (next < words.size() && lines.size() < maxLines) {
-        std::vector<std::string> taken;
-        std::size_t length = 0;
-        std::size_t i = next;
-        while (i < words.size() && (taken.empty() || length + 1 + words[i].size() <= fits)) {
-            length += (taken.empty() ? 0 : 1) + words[i].size();
-            taken.push_back(words[i++]);
-        }
-        auto joined = [&] {
-            std::string line;
-            for (const std::string& word : taken) {
-                line += (line.empty() ? "" : " ") + word;
-            }
-            return line;
-        };
-        std::string line = joined();
-        while (taken.size() > 1 && measure(line, style) > width) {
-            taken.pop_back();
-            line = joined();
-        }
-        next += taken.size();
-        lines.push_back(line);
-    }
-    return lines;
 }
 
 std::vector<std::uint8_t> Screen::encode(const std::string& suffix) const {
@@ -141,23 +83,20 @@ std::vector<std::uint8_t> Screen::encode(const std::string& suffix) const {
 
 std::vector<std::uint8_t> Screen::encodePages(const std::vector<const Screen*>& pages,
                                               const std::string& suffix) {
-    if (pages.empty()) {
-        throw std::invalid_argument("no pages");
-    }
     std::vector<vips::VImage> images;
     for (const Screen* page : pages) {
         images.push_back(page->pixels_->image);
     }
     vips::VImage joined = vips::VImage::arrayjoin(images, vips::VImage::option()->set("across", 1)).copy();
-    joined.set("page-height", pages.front()->height());
+    joined.set("page-height", images.at(0).height());
     if (suffix == ".gif") {
         joined.set("delay", std::vector<int>(pages.size(), 100));
         return VipsImages::take(joined.gifsave_buffer());
     }
-    if (suffix == ".tif") {
-        return VipsImages::take(joined.tiffsave_buffer());
+    if (suffix != ".tif") {
+        throw std::invalid_argument("unknown suffix " + suffix);
     }
-    throw std::invalid_argument("unknown suffix " + suffix);
+    return VipsImages::take(joined.tiffsave_buffer());
 }
 
 } // namespace keepery::testing

@@ -7,7 +7,7 @@
 
 namespace keepery::testing {
 
-// An RGB colour, each channel 0 to 255: the colour of drawn screens and of the media tests' pictures.
+// An RGB colour, each channel 0 to 255.
 struct Colour {
     int red = 0;
     int green = 0;
@@ -22,8 +22,8 @@ struct TextStyle {
     Colour ground{255, 255, 255};
 };
 
-// An RGB picture of a screen, drawn with libvips: filled rectangles and anti-aliased text lines, as a
-// window system would show them. Move-only; one thread at a time.
+// An RGB picture of a screen drawn with libvips: filled rectangles and anti-aliased lines of text.
+// Move-only; one thread at a time.
 class Screen {
 public:
     Screen(int width, int height, Colour ground);
@@ -31,24 +31,15 @@ public:
     Screen(Screen&&) noexcept;
     Screen& operator=(Screen&&) noexcept;
 
-    [[nodiscard]] int width() const;
-    [[nodiscard]] int height() const;
-
     void fill(int x, int y, int width, int height, Colour colour);
     // Draws `line` with its top-left corner at (x, y), clipped to the screen.
     void draw(const std::string& line, int x, int y, const TextStyle& style);
-
     // The width in pixels `line` takes in `style`.
     [[nodiscard]] static int measure(const std::string& line, const TextStyle& style);
-    // Greedily fills lines no wider than `width` with the words from `words[next]` on, at most `maxLines`;
-    // advances `next` past the words used.
-    [[nodiscard]] static std::vector<std::string> wrap(const std::vector<std::string>& words,
-                                                       std::size_t& next, const TextStyle& style, int width,
-                                                       std::size_t maxLines);
 
     // The screen encoded by its file suffix: ".png", ".jpg", ".gif", ".tif".
     [[nodiscard]] std::vector<std::uint8_t> encode(const std::string& suffix) const;
-    // Several screens of one size as the pages (frames) of one file: ".tif" or ".gif".
+    // Screens of one size as the pages of one ".tif" or ".gif" file.
     [[nodiscard]] static std::vector<std::uint8_t> encodePages(const std::vector<const Screen*>& pages,
                                                                const std::string& suffix);
 

@@ -11,47 +11,41 @@
 namespace keepery::testing {
 namespace {
 
-namespace fs = std::filesystem;
-
-std::vector<fs::path> documents() {
-    std::vector<fs::path> found;
-    for (const char* folder : {"/usr/share/doc/git/RelNotes", "/usr/share/common-licenses"}) {
-        std::error_code error;
-        for (const auto& entry : fs::directory_iterator(folder, error)) {
-            if (entry.is_regular_file() && entry.file_size() > 3000) {
-                found.push_back(entry.path());
+// Lines no wider than `width` greedily filled with the words from `words[next]` on, at most `maxLines`;
+// advances `next` past the words used. A guess from the width of an average character saves measuring
+// every prefix.
+std::vector<std::string> wrap(const std::vector<std::string>& words, std::size_t& next,
+                              const TextStyle& style, int width, std::size_t maxLines) {
+    const std::string sample = "The quick brown fox jumps over the lazy dog, 1234567890.";
+    const double perCharacter =
+        static_cast<double>(Screen::measure(sample, style)) / static_cast<double>(sample.size());
+    const auto fits = static_cast<std::size_t>(std::max(1.0, width / perCharacter));
+    std::vector<std::string> lines;
+    while (next < words.size() && lines.size() < maxLines) {
+        std::vector<std::string> taken;
+        std::size_t length = 0;
+        for (std::size_t i = next;
+             i < words.size() && (taken.empty() || length + 1 + words[i].size() <= fits); ++i) {
+            length += (taken.empty() ? 0 : 1) + words[i].size();
+            taken.push_back(words[i]);
+        }
+        const auto joined = [&] {
+            std::string line;
+            for (const std::string& word : taken) {
+                line += (line.empty() ? "" : " ") + word;
             }
+            return line;
+        };
+        while (taken.size() > 1 && Screen::measure(joined(), style) > width) {
+            taken.pop_back();
         }
-        if (!found.empty()) {
-            break;
-        }
+        next += taken.size();
+        lines.push_back(joined());
     }
-    std::sort(found.begin(), found.end());
-    return found;
-}
-
-bool onlyRule(const std::string& token) {
-    return token.find_first_not_of("=-*_#~") == std::string::npos;
+    return lines;
 }
 
 } // namespace
-
-std::vector<std::string> documentationWords(std::size_t index) {
-    const std::vector<fs::path> found = documents();
-    if (found.empty()) {
-        throw std::runtime_error("no documentation is installed to take text from");
-    }
-    // Spread over the whole list: neighbouring release notes share much of their wording.
-    std::ifstream in(found[(index * 37) % found.size()]);
-    std::vector<std::string> words;
-    std::string token;
-    while (in >> token) {
-        if (!onlyRule(token)) {
-            words.push_back(token);
-        }
-    }
-    return words;
-}
 
 RenderedScreenshot renderScreenshot(ScreenLayout layout, const std::vector<std::string>& words) {
     static const nlohmann::json layouts = [] {
@@ -75,11 +69,9 @@ RenderedScreenshot renderScreenshot(ScreenLayout layout, const std::vector<std::
                               number(6),
                               {number(7), number(8), number(9)},
                               {number(10), number(11), number(12)}};
-        if (next >= words.size()) {
-            next = 0;
-        }
+        next = next < words.size() ? next : 0;
         int y = number(2);
-        for (const std::string& line : Screen::wrap(words, next, style, number(3), number(4))) {
+        for (const std::string& line : wrap(words, next, style, number(3), number(4))) {
             screen.draw(line, number(1), y, style);
             shot.lines.push_back(line);
             y += style.pixels * 3 / 2 + 2;
@@ -90,9 +82,32 @@ RenderedScreenshot renderScreenshot(ScreenLayout layout, const std::vector<std::
 }
 
 RenderedScreenshot documentationScreenshot(std::size_t index) {
-    constexpr ScreenLayout layouts[] = {ScreenLayout::terminal, ScreenLayout::browser, ScreenLayout::editor,
-                                        ScreenLayout::mail, ScreenLayout::settings};
-    RenderedScreenshot shot = renderScreenshot(layouts[index % 5], documentationWords(index));
+    namespace fs = std::filesystem;
+    std::vector<fs::path> found;
+    for (const char* folder : {"/usr/share/doc/git/RelNotes", "/usr/share/common-licenses"}) {
+        std::error_code error;
+        for (const auto& entry : fs::directory_iterator(folder, error)) {
+            if (entry.is_regular_file() && entry.file_size() > 3000) {
+                found.push_back(entry.path());
+            }
+        }
+        if (!found.empty()) {
+            break;
+        }
+    }
+    if (found.empty()) {
+        throw std::runtime_error("no documentation is installed to take text from");
+    }
+    std::sort(found.begin(), found.end());
+    // Spread over the whole list: neighbouring release notes share much of their wording.
+    std::ifstream in(found[(index * 37) % found.size()]);
+    std::vector<std::string> words;
+    for (std::string token; in >> token;) {
+        if (token.find_first_not_of("=-*_#~") != std::string::npos) { // not a rule of = or -
+            words.push_back(token);
+        }
+    }
+    RenderedScreenshot shot = renderScreenshot(static_cast<ScreenLayout>(index % 5), words);
     shot.name += "-" + std::to_string(index);
     return shot;
 }

@@ -19,26 +19,20 @@ void run(const std::string& program, const std::vector<std::string>& arguments) 
 std::filesystem::path makeVideo(const std::filesystem::path& directory, const std::string& name,
                                 Soundtrack soundtrack, const std::string& text) {
     const std::filesystem::path video = directory / name;
-    const std::vector<std::string> picture = {"-f", "lavfi", "-i", "testsrc=size=160x120:rate=5"};
-    const std::vector<std::string> encode = {"-c:v", "mpeg4",     "-c:a", "aac",         "-b:a",
-                                             "96k",  "-shortest", "-y",   video.string()};
-    std::vector<std::string> arguments = {"-nostdin", "-hide_banner", "-loglevel", "error"};
-    arguments.insert(arguments.end(), picture.begin(), picture.end());
-    switch (soundtrack) {
-    case Soundtrack::speech: {
+    std::vector<std::string> arguments = {
+        "-nostdin", "-hide_banner", "-loglevel", "error", "-f", "lavfi", "-i", "testsrc=size=160x120:rate=5"};
+    if (soundtrack == Soundtrack::speech) {
         const std::filesystem::path speech = directory / (name + ".speech.wav");
         run("/usr/bin/flite", {"-voice", "rms", "-t", text, "-o", speech.string()});
         arguments.insert(arguments.end(), {"-i", speech.string()});
-        break;
+    } else if (soundtrack == Soundtrack::silence) {
+        arguments.insert(arguments.end(), {"-f", "lavfi", "-i", "anullsrc=r=44100:cl=stereo"});
     }
-    case Soundtrack::silence:
-        arguments.insert(arguments.end(), {"-f", "lavfi", "-i", "anullsrc=r=44100:cl=stereo", "-t", "2"});
-        break;
-    case Soundtrack::none:
+    if (soundtrack != Soundtrack::speech) {
         arguments.insert(arguments.end(), {"-t", "2"});
-        break;
     }
-    arguments.insert(arguments.end(), encode.begin(), encode.end());
+    arguments.insert(arguments.end(),
+                     {"-c:v", "mpeg4", "-c:a", "aac", "-b:a", "96k", "-shortest", "-y", video.string()});
     run("/usr/bin/ffmpeg", arguments);
     return video;
 }

@@ -3,16 +3,14 @@
 #include <string>
 #include <vector>
 
-// How close a recognised or transcribed text is to the text that was shown or spoken. Texts are compared
-// after typographic quotes become straight ones and every run of white space becomes one space, so that
-// only what a reader would call a different character counts.
+// How close a recognised or transcribed text is to the text that was shown or spoken, compared after
+// typographic quotes become straight ones and each run of white space one space.
 namespace keepery::testing::TextMetrics {
 
 // Edit distance in characters (Unicode code points) divided by the expected text's length.
 [[nodiscard]] double characterErrorRate(const std::string& expected, const std::string& recognised);
 
-// Edit distance in words divided by the number of expected words; words are compared in lower case
-// without surrounding punctuation.
+// Edit distance in words (as `words` gives them) divided by the number of expected words.
 [[nodiscard]] double wordErrorRate(const std::string& expected, const std::string& recognised);
 
 // The share of expected words (as counted, each occurrence once) that the recognised text holds.

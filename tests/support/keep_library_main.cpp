@@ -23,31 +23,28 @@ int main(int argc, char** argv) {
         return 2;
     }
     ReadingEnvironment::ensureSingleThreaded(argv);
-    const std::filesystem::path root = argv[1];
     const std::filesystem::path work = argv[2];
     try {
-        LibraryStore store(root);
+        LibraryStore store(argv[1]);
         Library library({.store = store, .client = OllamaClient(ModelService::host())},
                         {.visionModel = "qwen3.5:4b", .embeddingModel = std::string(Models::embedding)});
         const Instant now = Clock::system().secondsSince1970();
         nlohmann::json kept;
 
-        const std::filesystem::path photoFile = work / "harbour-lighthouse.jpg";
-        testing::writeFile(photoFile,
-                           testing::jpegWith(testing::quadrants(640, 480),
-                                             testing::PhotoOptions().taken("2024:03:03 17:14:00")));
-        MediaImporter::Imported photo = MediaImporter::load(photoFile, now - 30);
-        library.keepImported(photo, photoFile);
-        kept["photo"] = photo.capture.id;
+        const auto keepFile = [&](const std::filesystem::path& file, Instant at) {
+            MediaImporter::Imported imported = MediaImporter::load(file, at);
+            library.keepImported(imported, file);
+            return imported.capture.id;
+        };
+        const std::filesystem::path photo = work / "harbour-lighthouse.jpg";
+        testing::writeFile(photo, testing::jpegWith(testing::quadrants(640, 480),
+                                                    testing::PhotoOptions().taken("2024:03:03 17:14:00")));
+        kept["photo"] = keepFile(photo, now - 30);
+        kept["video"] = keepFile(testing::makeVideo(work, "garden-tour.mp4", testing::Soundtrack::speech,
+                                                    "Hello. Welcome to the garden."),
+                                 now - 20);
 
-        const std::filesystem::path videoFile = testing::makeVideo(
-            work, "garden-tour.mp4", testing::Soundtrack::speech, "Hello. Welcome to the garden.");
-        MediaImporter::Imported video = MediaImporter::load(videoFile, now - 20);
-        library.keepImported(video, videoFile);
-        kept["video"] = video.capture.id;
-
-        const testing::RenderedScreenshot page =
-            testing::renderScreenshot(testing::ScreenLayout::browser, testing::documentationWords(0));
+        const testing::RenderedScreenshot page = testing::documentationScreenshot(1); // a browser window
         const std::vector<std::uint8_t> thumbnail = Thumbnailer::jpeg(page.png, 720, 0.82).value();
         for (int i = 0; i < 2; ++i) {
             Capture screen;

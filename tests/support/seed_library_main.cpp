@@ -12,7 +12,6 @@
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 using namespace keepery;
 using nlohmann::json;
@@ -24,13 +23,12 @@ std::optional<std::string> optionalString(const json& object, const char* key) {
     return it != object.end() && it->is_string() ? std::optional(it->get<std::string>()) : std::nullopt;
 }
 
-std::vector<std::string> strings(const json& object, const char* key) {
-    return object.value(key, std::vector<std::string>{});
+std::optional<double> optionalNumber(const json& object, const char* key) {
+    return object.contains(key) ? std::optional(object.at(key).get<double>()) : std::nullopt;
 }
 
-std::vector<float> unitEmbedding(const std::string& text) {
-    const std::vector<double> raw = testing::FakeModelService::embedding(text);
-    return VectorMath::unit(std::vector<float>(raw.begin(), raw.end()));
+std::vector<std::string> strings(const json& object, const char* key) {
+    return object.value(key, std::vector<std::string>{});
 }
 
 void seed(LibraryStore& store, const json& library) {
@@ -50,27 +48,20 @@ void seed(LibraryStore& store, const json& library) {
         capture.app = c.value("app", "");
         capture.windowTitle = c.value("windowTitle", "");
         capture.url = optionalString(c, "url");
-        if (c.contains("duration")) {
-            capture.duration = c.at("duration").get<double>();
-        }
-        if (c.contains("takenAt")) {
-            capture.takenAt = c.at("takenAt").get<double>();
-        }
+        capture.duration = optionalNumber(c, "duration");
+        capture.takenAt = optionalNumber(c, "takenAt");
         store.insert(capture);
 
         store.setRead(capture.id, c.value("ocrText", ""), optionalString(c, "transcript"));
         if (c.contains("title")) {
-            const std::vector<std::string> tags = strings(c, "tags");
-            const std::vector<std::string> highlights = strings(c, "highlights");
-            const std::vector<std::string> links = strings(c, "links");
-            const std::string title = c.at("title");
-            const std::string summary = c.value("summary", "");
-            store.setDescribed(capture.id, LibraryStore::Description{
-                                               title, summary, CaptureKind::parse(c.value("kind", "other")),
-                                               tags, highlights, links});
+            store.setDescribed(capture.id,
+                               {c.at("title").get_ref<const std::string&>(), c.value("summary", ""),
+                                CaptureKind::parse(c.value("kind", "other")), strings(c, "tags"),
+                                strings(c, "highlights"), strings(c, "links")});
         }
         if (auto text = optionalString(c, "embed")) {
-            const std::vector<float> vector = unitEmbedding(*text);
+            const std::vector<double> raw = testing::FakeModelService::embedding(*text);
+            const std::vector<float> vector = VectorMath::unit(std::vector<float>(raw.begin(), raw.end()));
             store.setEmbedding(capture.id, model,
                                {{VectorSpace::look, vector}, {VectorSpace::meaning, vector}});
         }
@@ -90,13 +81,10 @@ int main(int argc, char** argv) {
     try {
         std::ifstream file(argv[2]);
         if (!file) {
-            std::cerr << "seed-library: cannot read " << argv[2] << "\n";
-            return 1;
+            throw std::runtime_error(std::string("cannot read ") + argv[2]);
         }
-        std::ostringstream text;
-        text << file.rdbuf();
         LibraryStore store(argv[1]);
-        seed(store, json::parse(text.str()));
+        seed(store, json::parse(file));
     } catch (const std::exception& failure) {
         std::cerr << "seed-library: " << failure.what() << "\n";
         return 1;
