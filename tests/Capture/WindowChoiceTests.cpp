@@ -10,24 +10,14 @@ namespace {
 
 WindowEntry window(std::int64_t number, std::int64_t pid, std::string title, ScreenRect frame,
                    std::string owner = "App", std::int64_t layer = 0) {
-    return WindowEntry{.number = number,
-                       .pid = pid,
-                       .owner = std::move(owner),
-                       .title = std::move(title),
-                       .layer = layer,
-                       .x = frame.x,
-                       .y = frame.y,
-                       .width = frame.width,
-                       .height = frame.height};
+    return {number,  pid,     std::move(owner), std::move(title), layer,
+            frame.x, frame.y, frame.width,      frame.height};
 }
 
 std::optional<std::int64_t> picked(const std::vector<WindowEntry>& windows,
                                    const WindowChoice::Situation& situation = {}) {
-    std::optional<WindowEntry> choice = WindowChoice::pick(windows, situation);
-    if (!choice) {
-        return std::nullopt;
-    }
-    return choice->number;
+    const std::optional<WindowEntry> choice = WindowChoice::pick(windows, situation);
+    return choice ? std::optional(choice->number) : std::nullopt;
 }
 
 } // namespace

@@ -4,28 +4,22 @@
 
 #include <gtest/gtest.h>
 
-using namespace keepery;
+namespace keepery {
+namespace {
 
-using keepery::testing::EnvironmentOverride;
+using testing::EnvironmentOverride;
 
-TEST(Numbers, SpellsOutInEnglishWords) {
+TEST(Numbers, SpellsOutInWordsAndGroupsDigitsByLocale) {
     EXPECT_EQ(Numbers::spelledOut(0, "en_US"), "zero");
-    EXPECT_EQ(Numbers::spelledOut(7, "en_US"), "seven");
-    EXPECT_EQ(Numbers::spelledOut(21, "en_US"), "twenty-one");
-    EXPECT_EQ(Numbers::spelledOut(99, "en_US"), "ninety-nine");
     EXPECT_EQ(Numbers::spelledOut(-3, "en_US"), "minus three");
     // A second locale on the same thread replaces the cached formatter rather than reusing it.
     EXPECT_EQ(Numbers::spelledOut(21, "de_DE"), "ein\u00ADund\u00ADzwanzig");
     EXPECT_EQ(Numbers::spelledOut(21, "en_US"), "twenty-one");
-}
 
-TEST(Numbers, GroupsDigitsByLocale) {
-    EXPECT_EQ(Numbers::grouped(2000, "en_US"), "2,000");
     EXPECT_EQ(Numbers::grouped(1234567, "de_DE"), "1.234.567");
     EXPECT_EQ(Numbers::grouped(1234, "fr_FR"), "1\u202F234");
     EXPECT_EQ(Numbers::grouped(1234, "ar_EG"), "\u0661\u066C\u0662\u0663\u0664");
     EXPECT_EQ(Numbers::grouped(-100, "en_US"), "-100");
-    EXPECT_EQ(Numbers::grouped(999, "en_US"), "999");
 }
 
 TEST(Numbers, UserLocaleComesFromTheEnvironmentLikeLcNumeric) {
@@ -42,8 +36,9 @@ TEST(Numbers, UserLocaleComesFromTheEnvironmentLikeLcNumeric) {
         EnvironmentOverride env{{"LC_ALL", "sv_SE.UTF-8"}, {"LC_NUMERIC", "de_AT.UTF-8"}};
         EXPECT_EQ(Numbers::userLocale(), "sv_SE");
     }
-    {
-        EnvironmentOverride env{{"LC_ALL", nullptr}, {"LC_NUMERIC", nullptr}, {"LANG", nullptr}};
-        EXPECT_EQ(Numbers::userLocale(), "en_US");
-    }
+    EnvironmentOverride env{{"LC_ALL", nullptr}, {"LC_NUMERIC", nullptr}, {"LANG", nullptr}};
+    EXPECT_EQ(Numbers::userLocale(), "en_US");
 }
+
+} // namespace
+} // namespace keepery

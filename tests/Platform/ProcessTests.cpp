@@ -21,30 +21,22 @@ Process::Failure::Reason failureOf(Process& process, const std::vector<std::stri
     return Reason::cannotStart;
 }
 
-TEST(Process, ReportsHowAProgramEnded) {
+TEST(Process, ReportsHowAProgramEndedAndPassesArgumentsVerbatimWithoutAShell) {
     auto& process = Process::system();
     EXPECT_TRUE(process.run({"true"}, 10s).succeeded());
-
-    const auto failed = process.run({"false"}, 10s);
-    EXPECT_FALSE(failed.succeeded());
-    EXPECT_EQ(failed.exitStatus, 1);
-    EXPECT_EQ(failed.signal, 0);
-
     const auto status = process.run({"sh", "-c", "echo problem >&2; exit 7"}, 10s);
+    EXPECT_FALSE(status.succeeded());
     EXPECT_EQ(status.exitStatus, 7);
+    EXPECT_EQ(status.signal, 0);
     EXPECT_EQ(status.standardError, "problem\n");
-
     const auto killed = process.run({"sh", "-c", "kill -TERM $$"}, 10s);
     EXPECT_EQ(killed.signal, SIGTERM);
     EXPECT_FALSE(killed.succeeded());
-}
 
-TEST(Process, PassesArgumentsVerbatimWithoutAShell) {
-    const auto echoed =
-        Process::system().run({"printf", "%s|%s|%s", "$(touch /tmp/x); rm", "two words", "*"}, 10s);
-    EXPECT_EQ(echoed.standardOutput, "$(touch /tmp/x); rm|two words|*");
-    // Standard input is empty rather than the test's own.
-    EXPECT_EQ(Process::system().run({"cat"}, 10s).standardOutput, "");
+    EXPECT_EQ(
+        process.run({"printf", "%s|%s|%s", "$(touch /tmp/x); rm", "two words", "*"}, 10s).standardOutput,
+        "$(touch /tmp/x); rm|two words|*");
+    EXPECT_EQ(process.run({"cat"}, 10s).standardOutput, "") << "standard input is empty, not the test's own";
 }
 
 TEST(Process, CollectsMuchOutputOnBothStreamsWithoutDeadlock) {
@@ -58,8 +50,6 @@ TEST(Process, CollectsMuchOutputOnBothStreamsWithoutDeadlock) {
     ASSERT_TRUE(result.succeeded());
     EXPECT_EQ(result.standardOutput.size(), 2'000'000u);
     EXPECT_EQ(result.standardError.size(), 1'200'000u);
-    EXPECT_EQ(Process::system().run({"head", "-c", "3000000", "/dev/urandom"}, 60s).standardOutput.size(),
-              3'000'000u);
 }
 
 TEST(Process, StopsAProgramAtItsTimeOutAndKeepsWhatItSaid) {

@@ -22,12 +22,3 @@ TEST(SkyPhase, ChangesExactlyAtEachBoundaryMinute) {
         EXPECT_EQ(SkyPhase::at(c.hour, c.minute), c.phase) << c.hour << ":" << c.minute;
     }
 }
-
-TEST(SkyPhase, EachCaseIsSpelledLikeItsRawValue) {
-    std::string spelled;
-    for (SkyPhase phase : {SkyPhase::night, SkyPhase::dawn, SkyPhase::morning, SkyPhase::day,
-                           SkyPhase::golden, SkyPhase::dusk}) {
-        spelled += std::string(phase.rawValue()) + " ";
-    }
-    EXPECT_EQ(spelled, "night dawn morning day golden dusk ");
-}

@@ -9,37 +9,26 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::perms permissionsOf(const fs::path& path) {
-    return fs::status(path).permissions();
-}
+using LibraryPrivacy = StoreTest;
 
-TEST(LibraryPrivacy, TheDirectoryAndTheDatabaseAreTheOwnersOnlyAndAnOlderLibraryIsTightened) {
-    TemporaryDirectory directory;
-    {
-        LibraryStore store(directory / "Library");
-        Capture capture;
-        capture.id = "a";
-        store.insert(capture);
-        for (const char* sub : {"", "captures", "thumbs", "media"}) {
-            EXPECT_EQ(permissionsOf(directory / "Library" / sub), fs::perms(0700)) << sub;
-        }
-        for (const char* name : {"library.sqlite", "library.sqlite-wal", "library.sqlite-shm"}) {
-            ASSERT_TRUE(fs::exists(directory / "Library" / name)) << name;
-            EXPECT_EQ(permissionsOf(directory / "Library" / name), fs::perms(0600)) << name;
-        }
+TEST_F(LibraryPrivacy, TheDirectoryAndTheDatabaseAreTheOwnersOnlyAndAnOlderLibraryIsTightened) {
+    const fs::path root = directory / "Library";
+    store.insert(screen("a", 1));
+    for (const char* name :
+         {"", "captures", "thumbs", "media", "library.sqlite", "library.sqlite-wal", "library.sqlite-shm"}) {
+        EXPECT_EQ(fs::status(root / name).permissions(),
+                  fs::is_directory(root / name) ? fs::perms(0700) : fs::perms(0600))
+            << name;
     }
     // As an earlier version left it: open to everyone's reading.
-    fs::permissions(directory / "Library", fs::perms(0755));
-    fs::permissions(directory / "Library" / "library.sqlite", fs::perms(0644));
-    LibraryStore reopened(directory / "Library");
-    EXPECT_EQ(permissionsOf(directory / "Library"), fs::perms(0700));
-    EXPECT_EQ(permissionsOf(directory / "Library" / "library.sqlite"), fs::perms(0600));
-    EXPECT_TRUE(reopened.capture("a").has_value());
+    fs::permissions(root, fs::perms(0755));
+    fs::permissions(root / "library.sqlite", fs::perms(0644));
+    LibraryStore reopened(root);
+    EXPECT_EQ(fs::status(root).permissions(), fs::perms(0700));
+    EXPECT_EQ(fs::status(root / "library.sqlite").permissions(), fs::perms(0600));
 }
 
-class StoredPaths : public StoreTest {};
-
-TEST_F(StoredPaths, ThatLeaveTheLibraryAreNeverReadNorRemoved) {
+TEST_F(LibraryPrivacy, StoredPathsThatLeaveTheLibraryAreNeverReadNorRemoved) {
     const fs::path root = directory / "Library";
     for (const char* name : {"outside.png", "secret.mov", "x.png", "x.jpg", "x-sheet.jpg"}) {
         std::ofstream(directory / name) << "precious";

@@ -1,9 +1,6 @@
 #include "Store/LibraryStore.h"
 
-#include "Platform/Files.h"
 #include "Store/StoreTesting.h"
-
-#include <fstream>
 
 namespace keepery::testing {
 namespace {
@@ -31,49 +28,33 @@ TEST_F(CaptureWrites, InsertKeepsTheKeptFieldsAndStartsTheRestEmpty) {
     // What processing fills in later is never taken from the record.
     Capture processed = photo;
     processed.ocrText = "recognised";
-    processed.transcript = "spoken";
     processed.title = "Title";
-    processed.summary = "Summary";
-    processed.kind = CaptureKind::recipe;
     processed.tags = {"tag"};
-    processed.highlights = {"passage"};
-    processed.links = {"https://example.com"};
     processed.collectionID = "c1";
     processed.lastError = "boom";
     store.insert(processed);
-
     EXPECT_EQ(store.capture("p1"), photo);
-    EXPECT_EQ(column("p1", "source").asText(), "Photos");
-    EXPECT_EQ(column("p1", "attempts").asInt(), 0);
-    EXPECT_EQ(column("p1", "highlights").asText(), "[]");
     EXPECT_EQ(store.capture("missing"), std::nullopt);
 
-    // The source word is fixed at insert from the page's host.
+    // The source word is fixed at insert from the page's host; a second insert of an id changes nothing.
     Capture page = screen("s1", 10);
     page.url = "https://www.example.com/a?b=c";
     store.insert(page);
-    EXPECT_EQ(column("s1", "source").asText(), "example.com");
     EXPECT_EQ(ftsColumn("s1", "source"), "example.com Safari");
-
-    // A second insert of an id fails and changes nothing.
-    Capture again = screen("s1", 20, "Other", "Other window");
-    EXPECT_THROW(store.insert(again), Database::Failure);
+    EXPECT_THROW(store.insert(screen("s1", 20, "Other", "Other window")), Database::Failure);
     EXPECT_EQ(store.capture("s1"), page);
     EXPECT_EQ(ftsColumn("s1", "title"), " Window");
 }
 
-TEST_F(CaptureWrites, StageUpdatesMoveForwardAndClearTheFailure) {
+TEST_F(CaptureWrites, StageWritesMoveTheCaptureOnAndClearTheFailureBeforeThem) {
     store.insert(screen("a", 1));
     store.recordFailure("a", "The model service is not running.", 60s, 1000);
-    EXPECT_EQ(column("a", "attempts").asInt(), 1);
     store.recordFailure("a", "SQLite: busy", 300s, 2000.5);
-    Capture failed = *store.capture("a");
-    EXPECT_EQ(failed.stage, CaptureStage::captured) << "a failure never changes the stage";
-    EXPECT_EQ(failed.lastError, "SQLite: busy");
+    EXPECT_EQ(store.capture("a")->stage, CaptureStage::captured) << "a failure never changes the stage";
+    EXPECT_EQ(store.capture("a")->lastError, "SQLite: busy");
     EXPECT_EQ(column("a", "attempts").asInt(), 2);
     EXPECT_EQ(column("a", "next_attempt_at").asDouble(), 2300.5);
 
-    // Each stage's write moves the capture on and clears the failure recorded before it.
     const Described description{"Ramen in Tokyo",
                                 "Where to eat.",
                                 CaptureKind::place,
@@ -94,86 +75,53 @@ TEST_F(CaptureWrites, StageUpdatesMoveForwardAndClearTheFailure) {
         SCOPED_TRACE(stage.rawValue());
         store.recordFailure("a", "failed before", 60s, 3000);
         write();
-        const Capture after = *store.capture("a");
-        EXPECT_EQ(after.stage, stage);
-        EXPECT_EQ(after.lastError, std::nullopt);
+        EXPECT_EQ(store.capture("a")->stage, stage);
+        EXPECT_EQ(store.capture("a")->lastError, std::nullopt);
         EXPECT_EQ(column("a", "attempts").asInt(), 0);
     }
-    const Capture organized = *store.capture("a");
-    EXPECT_EQ(organized.ocrText, "Recognised words");
-    EXPECT_EQ(organized.transcript, std::nullopt);
-    EXPECT_EQ(organized.title, "Ramen in Tokyo");
-    EXPECT_EQ(organized.summary, "Where to eat.");
-    EXPECT_EQ(organized.kind, CaptureKind::place);
-    EXPECT_EQ(organized.tags, (std::vector<std::string>{"food", "tokyo"}));
-    EXPECT_EQ(organized.highlights, description.highlights);
-    EXPECT_EQ(organized.links, description.links);
-    EXPECT_EQ(organized.collectionID, "c");
+    Capture expected = screen("a", 1);
+    expected.stage = CaptureStage::organized;
+    expected.ocrText = "Recognised words";
+    expected.title = description.title;
+    expected.summary = description.summary;
+    expected.kind = description.kind;
+    expected.tags = {"food", "tokyo"};
+    expected.highlights = description.highlights;
+    expected.links = description.links;
+    expected.collectionID = "c";
+    EXPECT_EQ(store.capture("a"), expected);
 
-    // Writes to an id without a row succeed and change nothing.
-    EXPECT_NO_THROW(store.setRead("ghost", "x", "y"));
+    // A write to an id without a row succeeds and changes nothing: no tag row breaks its foreign key.
     EXPECT_NO_THROW(store.setDescribed("ghost", description));
-    EXPECT_NO_THROW(store.recordFailure("ghost", "x", 1s, 1));
-    EXPECT_EQ(store.count(), 1);
-    EXPECT_EQ(rowsNaming("capture_tags", "capture_id", "ghost"), 0) << "tags of a missing capture";
+    EXPECT_EQ(rowsNaming("capture_tags", "capture_id", "ghost"), 0);
 }
 
 TEST_F(CaptureWrites, FullTextRowsFollowEveryWriteOfIndexedText) {
-    Capture capture = screen("a", 1, "Safari", "Tokyo guide");
-    store.insert(capture);
-    // Without a title the title column still opens with the blank before the window title.
-    EXPECT_EQ(ftsColumn("a", "title"), " Tokyo guide");
-    EXPECT_EQ(ftsColumn("a", "ocr"), " ");
-    EXPECT_EQ(ftsColumn("a", "source"), "Safari Safari");
-
-    store.setRead("a", "menu prices", "spoken words");
-    EXPECT_EQ(ftsColumn("a", "ocr"), "menu prices spoken words");
-    store.setDescribed("a", Described{"Ramen", "A bowl.", CaptureKind::food, {"noodles", "Soup"}, {}, {}});
-    EXPECT_EQ(ftsColumn("a", "title"), "Ramen Tokyo guide");
-    EXPECT_EQ(ftsColumn("a", "summary"), "A bowl.");
-    std::string tags = ftsColumn("a", "tags");
-    EXPECT_TRUE(tags == "noodles soup" || tags == "soup noodles") << tags;
-    store.setNote("a", "  try the miso \n");
-    EXPECT_EQ(ftsColumn("a", "note"), "try the miso");
-    store.setTags("a", {"Dinner"});
-    EXPECT_EQ(ftsColumn("a", "tags"), "dinner");
-
-    // A marker written behind the store's back shows whether a write rebuilt the row.
-    auto mark = [&] { raw.run("UPDATE captures_fts SET note = 'marker' WHERE id = 'a'"); };
-    store.insertCollection({"c", "Food", "", 1, 1, 0, 0, false});
-    const std::vector<std::pair<const char*, std::function<void()>>> unindexed{
-        {"setFavorite", [&] { store.setFavorite("a", true); }},
-        {"setEmbedding",
-         [&] {
-             store.setEmbedding("a", "m", {{VectorSpace::meaning, {0.5f}}});
-         }},
-        {"recordFailure", [&] { store.recordFailure("a", "e", 1s, 1); }},
-        {"moveCapture", [&] { store.moveCapture("a", "c"); }},
-        {"setCollection", [&] { store.setCollection("a", std::nullopt); }},
-        {"touchCollection", [&] { store.touchCollection("c"); }},
-        {"renameCollection",
-         [&] { store.renameCollection("c", "Meals", "", 1, LibraryStore::NamedBy::user); }},
-    };
-    for (const auto& [name, write] : unindexed) {
-        mark();
-        write();
-        EXPECT_EQ(ftsColumn("a", "note"), "marker") << name << " rebuilt the full-text row";
-    }
-    const std::vector<std::pair<const char*, std::function<void()>>> indexed{
-        {"setRead", [&] { store.setRead("a", "menu prices", std::nullopt); }},
+    store.insert(screen("a", 1, "Safari", "Tokyo guide"));
+    const std::vector<std::pair<const char*, std::function<void()>>> writes{
+        {"setRead", [&] { store.setRead("a", "menu prices", "spoken words"); }},
         {"setDescribed",
          [&] {
-             store.setDescribed("a", Described{"Ramen", "", CaptureKind::food, {}, {}, {}});
+             store.setDescribed("a", Described{"Ramen", "A bowl.", CaptureKind::food, {}, {}, {}});
          }},
         {"setNote", [&] { store.setNote("a", "try the miso"); }},
-        {"setTags", [&] { store.setTags("a", {"dinner"}); }},
+        {"setTags",
+         [&] {
+             store.setTags("a", {"Dinner", "late"});
+         }},
     };
-    for (const auto& [name, write] : indexed) {
-        mark();
+    for (const auto& [name, write] : writes) {
+        // A marker written behind the store's back shows whether the write rebuilt the row.
+        raw.run("UPDATE captures_fts SET note = 'marker' WHERE id = 'a'");
         write();
-        EXPECT_EQ(ftsColumn("a", "note"), "try the miso") << name << " left the full-text row stale";
+        EXPECT_NE(ftsColumn("a", "note"), "marker") << name << " left the full-text row stale";
     }
-    EXPECT_EQ(store.textSearch("miso ramen", 10).size(), 1u);
+    std::vector<std::string> row;
+    for (const char* name : {"title", "summary", "ocr", "note", "tags", "source"}) {
+        row.push_back(ftsColumn("a", name));
+    }
+    EXPECT_EQ(row, (std::vector<std::string>{"Ramen Tokyo guide", "A bowl.", "menu prices spoken words",
+                                             "try the miso", "dinner late", "Safari Safari"}));
 }
 
 TEST_F(CaptureWrites, FullTextRowsStayOnePerCaptureWhateverAnotherProgramWrote) {
@@ -184,7 +132,6 @@ TEST_F(CaptureWrites, FullTextRowsStayOnePerCaptureWhateverAnotherProgramWrote) 
     raw.run("DELETE FROM captures_fts WHERE id = 'a'");
     raw.run("INSERT INTO captures_fts (rowid, id, title) VALUES (1000, 'a', 'stale'), (1001, 'a', 'stray')");
     store.setNote("a", "second");
-    EXPECT_EQ(ftsColumn("a", "note"), "second");
     EXPECT_EQ(ftsColumn("a", "title"), " Alpha");
     EXPECT_EQ(ftsColumn("b", "title"), " Beta");
 
@@ -193,84 +140,61 @@ TEST_F(CaptureWrites, FullTextRowsStayOnePerCaptureWhateverAnotherProgramWrote) 
     raw.run("INSERT INTO captures_fts (id, title) VALUES ('b', 'stale')");
     store.setTags("b", {"x"});
     EXPECT_EQ(ftsColumn("b", "title"), " Beta");
-    store.deleteCapture("b");
-    EXPECT_EQ(rowsNaming("captures_fts", "id", "b"), 0);
 
-    // A store opened on an existing library finds the rows already there.
+    // A store opened on an existing library finds the rows already there, and each sees the other's writes.
     LibraryStore reopened(store.root());
     reopened.setNote("a", "third");
-    EXPECT_EQ(ftsColumn("a", "note"), "third");
     store.setNote("a", "fourth");
-    EXPECT_EQ(ftsColumn("a", "note"), "fourth") << "each store sees the other's writes";
-    EXPECT_EQ(rowsNaming("captures_fts", "id", "a"), 1);
+    EXPECT_EQ(ftsColumn("a", "note"), "fourth");
 }
 
 TEST_F(CaptureWrites, AFailedStepRollsBackTheWholeWrite) {
     store.insert(screen("a", 1));
     store.setTags("a", {"old"});
+    const Capture before = *store.capture("a");
     raw.execute("CREATE TRIGGER refuse AFTER INSERT ON capture_tags WHEN NEW.tag = 'boom' "
                 "BEGIN SELECT RAISE(ABORT, 'refused'); END");
 
     EXPECT_THROW(store.setTags("a", {"fine", "boom"}), Database::Failure);
-    EXPECT_EQ(store.capture("a")->tags, std::vector<std::string>{"old"});
-    EXPECT_EQ(ftsColumn("a", "tags"), "old");
-
     EXPECT_THROW(store.setDescribed("a", Described{"New title", "", CaptureKind::code, {"boom"}, {}, {}}),
                  Database::Failure);
-    Capture unchanged = *store.capture("a");
-    EXPECT_EQ(unchanged.title, std::nullopt);
-    EXPECT_EQ(unchanged.stage, CaptureStage::captured);
-    EXPECT_EQ(unchanged.tags, std::vector<std::string>{"old"});
+    EXPECT_EQ(store.capture("a"), before);
+    EXPECT_EQ(ftsColumn("a", "tags"), "old");
     EXPECT_EQ(ftsColumn("a", "title"), " Window");
-
-    // The connection is usable afterwards: no transaction was left open.
-    EXPECT_NO_THROW(store.setTags("a", {"new"}));
+    EXPECT_NO_THROW(store.setTags("a", {"new"})) << "a transaction was left open";
 }
 
-TEST_F(CaptureWrites, TagsAreNormalisedDistinctAndSorted) {
-    EXPECT_EQ(LibraryStore::normalizedTag(" #Swift"), "swift");
-    EXPECT_EQ(LibraryStore::normalizedTag("##Design Systems## \n"), "design systems");
-    EXPECT_EQ(LibraryStore::normalizedTag("c#"), "c");
-    EXPECT_EQ(LibraryStore::normalizedTag("a # b"), "a # b");
-    EXPECT_EQ(LibraryStore::normalizedTag("\u3000\u00C9T\u00C9\u2028"), "\u00E9t\u00E9");
-    EXPECT_EQ(LibraryStore::normalizedTag(" # "), "");
-
+TEST_F(CaptureWrites, TagsAreNormalisedDistinctAndSortedAndNotesTrimmed) {
+    for (const auto& [tag, normalized] : std::vector<std::pair<std::string, std::string>>{
+             {" #Swift", "swift"},
+             {"##Design Systems## \n", "design systems"},
+             {"c#", "c"},
+             {"a # b", "a # b"},
+             {"\u3000\u00C9T\u00C9\u2028", "\u00E9t\u00E9"},
+             {" # ", ""},
+         }) {
+        EXPECT_EQ(LibraryStore::normalizedTag(tag), normalized) << tag;
+    }
     store.insert(screen("a", 1));
-    store.setTags("a", {" #Swift", "swift", "", "UI "});
-    EXPECT_EQ(rowsNaming("capture_tags", "capture_id", "a"), 2);
-    EXPECT_EQ(store.capture("a")->tags, (std::vector<std::string>{"swift", "ui"}));
-
-    store.setTags("a", {"zebra", "mango", "apple"});
+    store.setTags("a", {"zebra", " #Zebra", "", "mango ", "apple"});
     EXPECT_EQ(store.capture("a")->tags, (std::vector<std::string>{"apple", "mango", "zebra"}));
-
     store.setTags("a", {"#", "  ", "\n"});
-    EXPECT_TRUE(store.capture("a")->tags.empty());
-    EXPECT_EQ(ftsColumn("a", "tags"), "");
-}
+    EXPECT_EQ(rowsNaming("capture_tags", "capture_id", "a"), 0);
 
-TEST_F(CaptureWrites, NotesAreTrimmedAndBlankNotesCleared) {
-    store.insert(screen("a", 1));
     store.setNote("a", "\t call back \r\n");
     EXPECT_EQ(store.capture("a")->note, "call back");
     store.setNote("a", " \n\u2003");
-    EXPECT_EQ(store.capture("a")->note, std::nullopt);
-    EXPECT_TRUE(column("a", "note").isNull());
-    store.setNote("a", "again");
-    store.setNote("a", std::nullopt);
-    EXPECT_TRUE(column("a", "note").isNull());
+    EXPECT_TRUE(column("a", "note").isNull()) << "a blank note is no note";
 }
 
-TEST_F(CaptureWrites, DeleteLeavesNoRowAndNoFile) {
+TEST_F(CaptureWrites, DeleteLeavesNoRowAndNoFileAndIgnoresFilesItCannotRemove) {
     const auto& root = store.root();
     Capture video = screen("v", 1, "Videos", "clip");
-    video.media = CaptureMedia::video;
     video.imageFile = "media/v.jpg";
     video.originalFile = "media/v-original.mov";
     store.insert(video);
-    store.insertCollection({"c", "Clips", "", 1, 1, 0, 0, false});
     store.setTags("v", {"a", "b"});
     store.setEmbedding("v", "m", {{VectorSpace::look, {1}}, {VectorSpace::meaning, {1}}});
-    store.setCollection("v", "c");
     const std::vector<std::filesystem::path> written{store.imageURL("v"), store.thumbURL("v"),
                                                      store.sheetURL("v"), root / "media/v.jpg",
                                                      root / "media/v-original.mov"};
@@ -279,42 +203,27 @@ TEST_F(CaptureWrites, DeleteLeavesNoRowAndNoFile) {
     }
     store.insert(screen("keep", 2));
     files.writeAtomically(store.thumbURL("keep"), bytes("x"));
+    files.failNext(FakeFiles::Operation::remove, store.thumbURL("v"));
 
-    store.deleteCapture("v");
+    EXPECT_NO_THROW(store.deleteCapture("v"));
+    EXPECT_FALSE(files.failurePending());
     EXPECT_EQ(rowsNaming("captures", "id", "v"), 0);
+    EXPECT_EQ(rowsNaming("captures_fts", "id", "v"), 0);
     EXPECT_EQ(rowsNaming("capture_tags", "capture_id", "v"), 0);
     EXPECT_EQ(rowsNaming("vectors", "capture_id", "v"), 0);
-    EXPECT_EQ(rowsNaming("captures_fts", "id", "v"), 0);
     for (const auto& file : written) {
-        EXPECT_FALSE(std::filesystem::exists(file)) << file;
+        EXPECT_EQ(std::filesystem::exists(file), file == store.thumbURL("v")) << file;
     }
     EXPECT_TRUE(std::filesystem::exists(store.thumbURL("keep")));
-    EXPECT_TRUE(store.capture("keep").has_value());
-    EXPECT_EQ(store.collections().size(), 1u) << "the emptied collection stays";
-
     EXPECT_NO_THROW(store.deleteCapture("never-existed"));
-}
-
-TEST_F(CaptureWrites, DeleteIgnoresFilesItCannotRemove) {
-    store.insert(screen("a", 1));
-    files.writeAtomically(store.thumbURL("a"), bytes("x"));
-    files.writeAtomically(store.sheetURL("a"), bytes("x"));
-    files.failNext(FakeFiles::Operation::remove, store.thumbURL("a"));
-
-    EXPECT_NO_THROW(store.deleteCapture("a"));
-    EXPECT_FALSE(files.failurePending());
-    EXPECT_FALSE(store.capture("a").has_value());
-    EXPECT_FALSE(std::filesystem::exists(store.sheetURL("a"))) << "a failed removal stopped the others";
 }
 
 TEST_F(CaptureWrites, CapturesByIdComeBackInTheOrderAsked) {
     store.insert(screen("a", 1));
     store.insert(screen("b", 2));
     store.insert(screen("c", 3));
-    EXPECT_EQ(idsOf(store.captures(std::vector<std::string>{"b", "a", "missing"})),
-              (std::vector<std::string>{"b", "a"}));
-    EXPECT_EQ(idsOf(store.captures(std::vector<std::string>{"a", "c", "a"})),
-              (std::vector<std::string>{"a", "c", "a"}));
+    EXPECT_EQ(idsOf(store.captures(std::vector<std::string>{"b", "a", "missing", "c", "a"})),
+              (std::vector<std::string>{"b", "a", "c", "a"}));
     EXPECT_TRUE(store.captures(std::vector<std::string>{}).empty());
 }
 
@@ -329,9 +238,7 @@ TEST_F(CaptureWrites, PendingHonoursTheNextAttemptToTheSecond) {
     store.recordFailure("waiting", "later", 1s, now);
 
     auto ids = [&](Instant at, std::int64_t limit) { return idsOf(store.pending(at, limit)); };
-    EXPECT_EQ(ids(now, 10), (std::vector<std::string>{"old", "new"}));
     EXPECT_EQ(ids(now + 0.999, 10), (std::vector<std::string>{"old", "new"}));
-    EXPECT_EQ(ids(now + 1, 10), (std::vector<std::string>{"old", "waiting", "new"}));
     EXPECT_EQ(ids(now + 1, 2), (std::vector<std::string>{"old", "waiting"}));
 
     // Past the few the stage index serves, the oldest are found by walking the captures by time.
@@ -351,29 +258,23 @@ TEST_F(CaptureWrites, RowsWrittenByAnotherProgramDecodeWithDefaults) {
             "('ok', 7, '{\"a\": 1}', '[\"\\u00e9\", \"b\"]', 7, 90)");
     raw.run("INSERT INTO capture_tags (capture_id, tag) VALUES ('ok', 'b'), ('ok', ''), ('ok', 'a')");
 
-    std::optional<Capture> odd;
-    ASSERT_NO_THROW(odd = store.capture("odd"));
-    ASSERT_TRUE(odd);
-    EXPECT_EQ(odd->createdAt, 0);
-    EXPECT_EQ(odd->width, 0) << "a REAL width counts as absent";
-    EXPECT_EQ(odd->height, 0);
-    EXPECT_EQ(odd->stage, CaptureStage::captured);
-    EXPECT_EQ(odd->kind, std::nullopt) << "vocabulary strings are case-sensitive";
-    EXPECT_TRUE(odd->highlights.empty());
-    EXPECT_TRUE(odd->links.empty()) << "an array with a number is not an array of strings";
-    EXPECT_FALSE(odd->favorite);
-    EXPECT_EQ(odd->media, CaptureMedia::screen);
-    EXPECT_EQ(odd->duration, std::nullopt);
-    EXPECT_EQ(odd->takenAt, std::nullopt);
+    // A REAL width, a kind in another case, an array with a number: each reads as absent.
+    Capture odd;
+    odd.id = "odd";
+    odd.app = "App";
+    odd.windowTitle = "Win";
+    std::optional<Capture> read;
+    ASSERT_NO_THROW(read = store.capture("odd"));
+    EXPECT_EQ(read, odd);
 
-    Capture ok = *store.capture("ok");
-    EXPECT_EQ(ok.createdAt, 7);
-    EXPECT_TRUE(ok.highlights.empty()) << "an object is not an array";
-    EXPECT_EQ(ok.links, (std::vector<std::string>{"\u00E9", "b"}));
-    EXPECT_TRUE(ok.favorite);
-    EXPECT_EQ(ok.duration, 90.0);
-    EXPECT_EQ(ok.tags, (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(ok.app, "");
+    Capture ok;
+    ok.id = "ok";
+    ok.createdAt = 7;
+    ok.links = {"\u00E9", "b"};
+    ok.favorite = true;
+    ok.duration = 90;
+    ok.tags = {"a", "b"};
+    EXPECT_EQ(store.capture("ok"), ok);
 }
 
 } // namespace

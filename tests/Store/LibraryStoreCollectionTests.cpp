@@ -3,7 +3,6 @@
 #include "Store/StoreTesting.h"
 
 #include <bit>
-#include <cmath>
 #include <limits>
 
 namespace keepery::testing {
@@ -24,28 +23,18 @@ TEST_F(Collections, ListingCountsMembersAndPutsTheLatestUpdateFirst) {
     store.moveCapture("c", "new");
 
     auto listed = store.collections();
-    ASSERT_EQ(listed.size(), 3u);
-    EXPECT_EQ(idsOf(listed), (std::vector<std::string>{"new", "mid", "old"}));
+    ASSERT_EQ(idsOf(listed), (std::vector<std::string>{"new", "mid", "old"}));
     EXPECT_EQ(listed[0], (CaptureCollection{"new", "New", "\U0001F35C", 200, 300, 1, 0, true}));
     EXPECT_EQ(listed[1].count, 0) << "a collection without members is listed with count 0";
     EXPECT_EQ(listed[2], (CaptureCollection{"old", "Old", "\U0001F4DA", 100, 100, 2, 3, false}));
     // The names alone come in the listing's order; asked by id, unknown ids are skipped.
-    std::vector<std::string> named;
-    for (const auto& name : store.collectionNames()) {
-        named.push_back(name.id + " " + name.emoji + " " + name.name);
-    }
-    EXPECT_EQ(named, (std::vector<std::string>{"new \U0001F35C New", "mid  Mid", "old \U0001F4DA Old"}));
-    const auto some = store.collectionNames({"old", "nowhere", "mid"});
-    EXPECT_EQ(some.size(), 2u);
+    const auto names = store.collectionNames();
+    EXPECT_EQ(idsOf(names), (std::vector<std::string>{"new", "mid", "old"}));
+    EXPECT_EQ(names[0].name + names[0].emoji, "New\U0001F35C");
+    EXPECT_EQ(store.collectionNames({"old", "nowhere", "mid"}).size(), 2u);
 
-    // Moving every member away leaves the collection listed, empty, until empty ones are dropped.
-    store.moveCapture("c", std::nullopt);
-    EXPECT_EQ(store.collections()[0].count, 0);
-    store.dropEmptyCollections();
-    EXPECT_EQ(idsOf(store.collections()), std::vector<std::string>{"old"});
-    EXPECT_EQ(store.capture("a")->collectionID, "old");
     // Another connection's rename shows at once, though the listing is kept between calls.
-    raw.run("UPDATE collections SET name = 'Renamed' WHERE id = 'old'");
+    raw.run("UPDATE collections SET name = 'Renamed' WHERE id = 'new'");
     EXPECT_EQ(store.collections().front().name, "Renamed");
 }
 
@@ -56,17 +45,12 @@ TEST_F(Collections, MovingFilesOnlyWhileSettingAlsoFinishesProcessing) {
     store.recordFailure("a", "still failing", 60s, 100);
 
     store.moveCapture("a", "c");
-    Capture moved = *store.capture("a");
-    EXPECT_EQ(moved.collectionID, "c");
-    EXPECT_EQ(moved.stage, CaptureStage::read);
-    EXPECT_EQ(moved.lastError, "still failing");
-    EXPECT_EQ(column("a", "attempts").asInt(), 1);
-
-    store.moveCapture("a", std::nullopt);
-    EXPECT_EQ(store.capture("a")->collectionID, std::nullopt);
+    EXPECT_EQ(store.capture("a")->collectionID, "c");
+    EXPECT_EQ(store.capture("a")->stage, CaptureStage::read);
+    EXPECT_EQ(store.capture("a")->lastError, "still failing");
     store.setCollection("a", std::nullopt);
     EXPECT_EQ(store.capture("a")->stage, CaptureStage::organized);
-
+    EXPECT_EQ(store.capture("a")->collectionID, std::nullopt);
     // Filing into a collection that does not exist breaks the foreign key.
     EXPECT_THROW(store.moveCapture("a", "nowhere"), Database::Failure);
 }
@@ -78,10 +62,8 @@ TEST_F(Collections, RenamesStampTheTimeAndKeepTheUsersMark) {
     store.renameCollection("auto", "Ramen Spots", "\U0001F35C", 4, LibraryStore::NamedBy::namer);
     EXPECT_EQ(store.collections().front(), (CaptureCollection{"auto", "Ramen Spots", "\U0001F35C", 1,
                                                               clock.secondsSince1970(), 0, 4, false}));
-
     clock.advance(1min);
     store.renameCollection("mine", "My Name", "\u2B50", 1, LibraryStore::NamedBy::user);
-    EXPECT_TRUE(store.collections().front().userNamed);
     store.renameCollection("mine", "Namer's Name", "\u2728", 9, LibraryStore::NamedBy::namer);
     EXPECT_EQ(store.collections().front().name, "Namer's Name");
     EXPECT_TRUE(store.collections().front().userNamed)
@@ -91,12 +73,11 @@ TEST_F(Collections, RenamesStampTheTimeAndKeepTheUsersMark) {
     store.touchCollection("auto");
     EXPECT_EQ(store.collections().front().id, "auto");
     EXPECT_EQ(store.collections().front().updatedAt, clock.secondsSince1970());
-    EXPECT_NO_THROW(store.renameCollection("ghost", "x", "", 0, LibraryStore::NamedBy::user));
 }
 
 using Vectors = StoreTest;
 
-std::vector<std::uint32_t> bits(const std::vector<float>& v) {
+std::vector<std::uint32_t> bits(std::span<const float> v) {
     std::vector<std::uint32_t> out;
     for (float f : v) {
         out.push_back(std::bit_cast<std::uint32_t>(f));
@@ -105,51 +86,29 @@ std::vector<std::uint32_t> bits(const std::vector<float>& v) {
 }
 
 TEST_F(Vectors, RoundTripBitForBitAsLittleEndianFloats) {
-    std::vector<float> look(768);
-    for (std::size_t i = 0; i < look.size(); ++i) {
-        look[i] = static_cast<float>(std::sin(static_cast<double>(i) * 0.37)) / 27.7f;
-    }
-    look[0] = 1.0f;
-    look[1] = -0.0f;
-    look[2] = std::numeric_limits<float>::denorm_min();
-    look[3] = std::numeric_limits<float>::max();
-    look[4] = std::numeric_limits<float>::lowest();
+    const std::vector<float> look{1.0f,
+                                  -0.0f,
+                                  std::numeric_limits<float>::denorm_min(),
+                                  std::numeric_limits<float>::max(),
+                                  std::numeric_limits<float>::lowest(),
+                                  0.1f};
     store.insert(screen("a", 1));
     store.setEmbedding("a", "nomic-embed-text", {{VectorSpace::look, look}});
 
     auto rows = raw.query("SELECT dim, vector FROM vectors WHERE capture_id = 'a' AND space = 'look'");
     ASSERT_EQ(rows.size(), 1u);
-    EXPECT_EQ(rows[0].at("dim").asInt(), 768);
+    EXPECT_EQ(rows[0].at("dim").asInt(), 6);
     const auto blob = rows[0].at("vector").asBlob().value();
-    ASSERT_EQ(blob.size(), 3072u);
+    ASSERT_EQ(blob.size(), 24u);
     EXPECT_EQ(std::vector<std::uint8_t>(blob.begin(), blob.begin() + 4),
               (std::vector<std::uint8_t>{0, 0, 0x80, 0x3F}));
     EXPECT_EQ(std::vector<std::uint8_t>(blob.begin() + 12, blob.begin() + 16),
               (std::vector<std::uint8_t>{0xFF, 0xFF, 0x7F, 0x7F}));
 
-    auto read = store.vector("a", VectorSpace::look);
-    ASSERT_TRUE(read);
-    EXPECT_EQ(bits(*read), bits(look));
+    EXPECT_EQ(bits(store.vector("a", VectorSpace::look).value()), bits(look));
     auto all = store.vectorRows("nomic-embed-text", VectorSpace::look);
-    ASSERT_EQ(all.size(), 1u);
-    EXPECT_EQ(all.ids[0], "a");
-    EXPECT_EQ(bits({all.row(0).begin(), all.row(0).end()}), bits(look));
-}
-
-TEST_F(Vectors, AreWrittenAsGivenButReadAsNoneWhenNotFinite) {
-    store.insert(screen("a", 1));
-    const std::vector<float> broken{1.0f,
-                                    std::bit_cast<float>(std::uint32_t{0x7FC01234}), // NaN, with payload
-                                    -std::numeric_limits<float>::infinity()};
-    store.setEmbedding("a", "m", {{VectorSpace::look, broken}, {VectorSpace::meaning, {0.6f, 0.8f}}});
-    const auto blob =
-        raw.query("SELECT vector FROM vectors WHERE space = 'look'").at(0).at("vector").asBlob();
-    EXPECT_EQ(std::vector<std::uint8_t>(blob->begin() + 4, blob->begin() + 8),
-              (std::vector<std::uint8_t>{0x34, 0x12, 0xC0, 0x7F}));
-
-    EXPECT_EQ(store.vector("a", VectorSpace::look), std::nullopt);
-    EXPECT_EQ(store.vectorRows("m", VectorSpace::look).size(), 0u);
-    EXPECT_EQ(store.vector("a", VectorSpace::meaning), (std::vector<float>{0.6f, 0.8f}));
+    ASSERT_EQ(all.ids, std::vector<std::string>{"a"});
+    EXPECT_EQ(bits(all.row(0)), bits(look));
 }
 
 TEST_F(Vectors, OneVectorPerSpaceAndModelsKeptApart) {
@@ -163,28 +122,27 @@ TEST_F(Vectors, OneVectorPerSpaceAndModelsKeptApart) {
     EXPECT_EQ(store.vector("a", VectorSpace::look), (std::vector<float>{7, 8, 9}));
     EXPECT_EQ(store.vector("a", VectorSpace::meaning), (std::vector<float>{3, 4}));
     EXPECT_EQ(store.vector("b", VectorSpace::meaning), std::nullopt);
-    EXPECT_EQ(rowsNaming("vectors", "capture_id", "a"), 2);
-
     EXPECT_EQ(store.vectorRows("new-model", VectorSpace::look).ids, std::vector<std::string>{"a"});
     EXPECT_EQ(store.vectorRows("old-model", VectorSpace::look).ids, std::vector<std::string>{"b"});
     EXPECT_EQ(store.vectorRows("old-model", VectorSpace::meaning).size(), 1u);
-    EXPECT_EQ(store.vectorRows("other", VectorSpace::look).size(), 0u);
 }
 
-TEST_F(Vectors, OddBlobsReadAsWholeFloatsOnly) {
-    store.insert(screen("a", 1));
-    store.insert(screen("b", 2));
-    store.insert(screen("c", 3));
+TEST_F(Vectors, OddOrNotFiniteBlobsReadAsWholeFloatsOrNone) {
+    for (const char* id : {"a", "b", "c", "d"}) {
+        store.insert(screen(id, 1));
+    }
     const Database::Blob tenBytes{0, 0, 0x80, 0x3F, 0, 0, 0, 0x40, 0xAA, 0xBB};
     raw.run("INSERT INTO vectors VALUES ('a', 'look', 'm', 99, ?)", {tenBytes});
     raw.run("INSERT INTO vectors VALUES ('b', 'look', 'm', 1, ?)", {Database::Blob{1, 2, 3}});
     raw.run("INSERT INTO vectors VALUES ('c', 'look', 'm', 1, 'not a blob')");
+    store.setEmbedding("d", "m", {{VectorSpace::look, {1.0f, -std::numeric_limits<float>::infinity()}}});
 
     EXPECT_EQ(store.vector("a", VectorSpace::look), (std::vector<float>{1, 2})) << "dim is not consulted";
     EXPECT_EQ(store.vector("b", VectorSpace::look), std::vector<float>{});
     EXPECT_EQ(store.vector("c", VectorSpace::look), std::nullopt);
+    EXPECT_EQ(store.vector("d", VectorSpace::look), std::nullopt);
     const auto all = store.vectorRows("m", VectorSpace::look);
-    EXPECT_EQ(all.size(), 2u) << "a row whose vector is not a BLOB is skipped";
+    EXPECT_EQ(all.ids, (std::vector<std::string>{"a", "b"})) << "neither a text nor an infinity is a vector";
     EXPECT_EQ(all.floats.size(), 2u) << "whole floats only";
 }
 

@@ -4,16 +4,14 @@
 #include "support/FakeFiles.h"
 #include "support/TemporaryDirectory.h"
 
-#include <atomic>
-#include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <thread>
 
-using namespace keepery;
-using Value = Database::Value;
-
+namespace keepery::testing {
 namespace {
+
+using Value = Database::Value;
 
 // The creating script of the first schema version, as the companion app wrote it.
 constexpr const char* version1Script = R"sql(
@@ -65,53 +63,36 @@ std::string schemaText(Database& db) {
     return text;
 }
 
-} // namespace
-
 TEST(LibraryStoreSchema, OpeningAMissingDirectoryCreatesTheWholeLibraryOnce) {
-    keepery::testing::TemporaryDirectory dir;
+    TemporaryDirectory dir;
     const auto root = dir / "deep" / "Keepery";
-    {
-        LibraryStore store(root);
-        EXPECT_EQ(store.root(), root);
-    }
+    { LibraryStore store(root); }
     for (const char* entry : {"captures", "thumbs", "media"}) {
         EXPECT_TRUE(std::filesystem::is_directory(root / entry)) << entry;
     }
     Database db((root / "library.sqlite").string());
     EXPECT_EQ(db.userVersion(), 2);
-    const auto captureColumns = columns(db, "captures");
-    ASSERT_EQ(captureColumns.size(), 29u);
-    EXPECT_EQ(captureColumns.front(), "id");
-    EXPECT_EQ(captureColumns[22], "last_error");
-    EXPECT_EQ(captureColumns.back(), "transcript");
     EXPECT_EQ(columns(db, "captures_fts"),
               (std::vector<std::string>{"id", "title", "summary", "ocr", "note", "tags", "source"}));
-    const auto tables = db.query("SELECT name FROM sqlite_master WHERE type = 'table' AND name IN "
-                                 "('captures', 'capture_tags', 'collections', 'vectors', 'captures_fts')");
-    EXPECT_EQ(tables.size(), 5u);
-    EXPECT_EQ(db.query("SELECT name FROM sqlite_master WHERE type = 'index' AND name LIKE 'idx_%'").size(),
-              7u);
     // Defaults of the storage format, as another program inserting a bare row sees them.
     db.run("INSERT INTO captures (id, created_at) VALUES ('x', 1)");
-    const auto row = db.query("SELECT * FROM captures")[0];
-    EXPECT_EQ(row.at("stage"), Value("captured"));
-    EXPECT_EQ(row.at("media"), Value("screen"));
-    EXPECT_EQ(row.at("highlights"), Value("[]"));
-    EXPECT_EQ(row.at("next_attempt_at"), Value(0.0));
+    const auto row = db.query("SELECT stage, media, highlights, next_attempt_at FROM captures")[0];
+    EXPECT_EQ(row, (Database::Row{{"stage", Value("captured")},
+                                  {"media", Value("screen")},
+                                  {"highlights", Value("[]")},
+                                  {"next_attempt_at", Value(0.0)}}));
 
     const std::string before = schemaText(db);
     { LibraryStore again(root); }
     EXPECT_EQ(schemaText(db), before) << "reopening changes nothing";
-    EXPECT_EQ(db.userVersion(), 2);
 }
 
 // The watcher and an import started together on a new library: both find it unmade, and the one that
 // gets the write lock second must find the schema made meanwhile instead of making it again.
 TEST(LibraryStoreSchema, ProgramsOpeningANewLibraryAtOnceMakeItOnce) {
-    keepery::testing::TemporaryDirectory dir;
+    TemporaryDirectory dir;
     Database holder((dir / "library.sqlite").string());
     holder.execute("BEGIN IMMEDIATE");
-    std::atomic<int> failures = 0;
     std::vector<std::thread> openers;
     for (int i = 0; i < 2; ++i) {
         openers.emplace_back([&] {
@@ -119,7 +100,6 @@ TEST(LibraryStoreSchema, ProgramsOpeningANewLibraryAtOnceMakeItOnce) {
                 LibraryStore store(dir.path());
             } catch (const Database::Failure& failure) {
                 ADD_FAILURE() << failure.description();
-                ++failures;
             }
         });
     }
@@ -129,20 +109,15 @@ TEST(LibraryStoreSchema, ProgramsOpeningANewLibraryAtOnceMakeItOnce) {
     for (std::thread& opener : openers) {
         opener.join();
     }
-    EXPECT_EQ(failures, 0);
     EXPECT_EQ(holder.userVersion(), 2);
 }
 
 TEST(LibraryStoreSchema, AVersionOneLibraryGainsTheMediaColumnsAndKeepsItsRows) {
-    keepery::testing::TemporaryDirectory dir;
-    {
-        Database old((dir / "library.sqlite").string());
-        old.execute(version1Script);
-    }
-    { LibraryStore store(dir.path()); }
+    TemporaryDirectory dir;
     Database db((dir / "library.sqlite").string());
+    db.execute(version1Script);
+    { LibraryStore store(dir.path()); }
     EXPECT_EQ(db.userVersion(), 2);
-    EXPECT_EQ(columns(db, "captures").size(), 29u);
     const auto rows = db.query("SELECT id, title, collection_id, media, duration, taken_at, image_file, "
                                "original_file, transcript FROM captures ORDER BY id");
     ASSERT_EQ(rows.size(), 2u);
@@ -159,46 +134,36 @@ TEST(LibraryStoreSchema, AVersionOneLibraryGainsTheMediaColumnsAndKeepsItsRows) 
     EXPECT_EQ(db.query("SELECT name FROM sqlite_master WHERE name = 'idx_captures_media'").size(), 1u);
 }
 
-TEST(LibraryStoreSchema, ANewerVersionIsLeftAlone) {
-    keepery::testing::TemporaryDirectory dir;
-    {
-        Database db((dir / "library.sqlite").string());
-        db.execute("CREATE TABLE future (x); PRAGMA user_version = 3");
-    }
-    { LibraryStore store(dir.path()); }
-    Database db((dir / "library.sqlite").string());
-    EXPECT_EQ(db.userVersion(), 3);
-    EXPECT_TRUE(db.query("SELECT name FROM sqlite_master WHERE name = 'captures'").empty());
-}
+TEST(LibraryStoreSchema, ANewerVersionIsLeftAloneAndAFailedMigrationLeavesTheFileAsItWas) {
+    TemporaryDirectory dir;
+    std::filesystem::create_directory(dir / "newer");
+    Database newer((dir / "newer" / "library.sqlite").string());
+    newer.execute("CREATE TABLE future (x); PRAGMA user_version = 3");
+    { LibraryStore store(dir / "newer"); }
+    EXPECT_EQ(schemaText(newer), "future:CREATE TABLE future (x)\n");
 
-TEST(LibraryStoreSchema, AFailedMigrationLeavesTheFileAsItWas) {
-    keepery::testing::TemporaryDirectory dir;
-    {
-        // Version 0, but a captures table already there: the creating script fails half way.
-        Database db((dir / "library.sqlite").string());
-        db.execute("CREATE TABLE collections (id TEXT)");
-    }
+    // Version 0, but a collections table already there: the creating script fails half way.
+    Database old((dir / "library.sqlite").string());
+    old.execute("CREATE TABLE collections (id TEXT)");
     try {
         LibraryStore store(dir.path());
         FAIL();
     } catch (const Database::Failure& failure) {
         EXPECT_EQ(failure.message(), "table collections already exists");
-        EXPECT_TRUE(failure.sql().find("CREATE TABLE captures") != std::string::npos);
+        EXPECT_NE(failure.sql().find("CREATE TABLE captures"), std::string::npos);
     }
-    Database db((dir / "library.sqlite").string());
-    EXPECT_EQ(db.userVersion(), 0);
-    EXPECT_TRUE(db.query("SELECT name FROM sqlite_master WHERE name = 'captures'").empty());
+    EXPECT_EQ(old.userVersion(), 0);
+    EXPECT_TRUE(old.query("SELECT name FROM sqlite_master WHERE name = 'captures'").empty());
 }
 
 TEST(LibraryStoreSchema, AFileWhereTheDirectoryShouldBeFailsWithTheFileSystemError) {
-    keepery::testing::TemporaryDirectory dir;
+    TemporaryDirectory dir;
     std::ofstream(dir / "Keepery") << "not a directory";
     EXPECT_THROW(LibraryStore store(dir / "Keepery"), std::filesystem::filesystem_error);
     // A directory that fails half way stops the opening before any database exists.
-    keepery::testing::FakeFiles files;
-    files.failNext(keepery::testing::FakeFiles::Operation::createDirectories, dir / "lib2" / "thumbs");
+    FakeFiles files;
+    files.failNext(FakeFiles::Operation::createDirectories, dir / "lib2" / "thumbs");
     EXPECT_THROW(LibraryStore store(dir / "lib2", Clock::system(), files), std::filesystem::filesystem_error);
-    EXPECT_TRUE(std::filesystem::exists(dir / "lib2" / "captures"));
     EXPECT_FALSE(std::filesystem::exists(dir / "lib2" / "library.sqlite"));
     // A directory where the database file should be fails in the access layer.
     std::filesystem::create_directories(dir / "lib" / "library.sqlite");
@@ -207,10 +172,12 @@ TEST(LibraryStoreSchema, AFileWhereTheDirectoryShouldBeFailsWithTheFileSystemErr
 
 TEST(LibraryStoreSchema, TheDefaultRootFollowsTheDataHome) {
     {
-        keepery::testing::EnvironmentOverride env{{"XDG_DATA_HOME", "/data/home"}};
+        EnvironmentOverride env{{"XDG_DATA_HOME", "/data/home"}};
         EXPECT_EQ(LibraryStore::defaultRoot(), std::filesystem::path("/data/home/Keepery"));
     }
-    keepery::testing::EnvironmentOverride env{{"XDG_DATA_HOME", "relative/ignored"},
-                                              {"HOME", "/home/someone"}};
+    EnvironmentOverride env{{"XDG_DATA_HOME", "relative/ignored"}, {"HOME", "/home/someone"}};
     EXPECT_EQ(LibraryStore::defaultRoot(), std::filesystem::path("/home/someone/.local/share/Keepery"));
 }
+
+} // namespace
+} // namespace keepery::testing
