@@ -20,6 +20,14 @@ CaptureDescription parsed(std::string_view reply, std::string_view ocrText = "",
     return Describer::parse(reply, ocrText, url, fallback);
 }
 
+std::string repeated(const std::string& text, int times) {
+    std::string result;
+    for (int i = 0; i < times; ++i) {
+        result += text;
+    }
+    return result;
+}
+
 // The fixed end of every description prompt, written out here byte for byte.
 const std::string tail = R"TAIL(
 """
@@ -36,70 +44,47 @@ Answer with this JSON object:
 
 } // namespace
 
-TEST(DescriberPrompt, ScreenPromptIsExact) {
-    EXPECT_EQ(Describer::prompt("Safari", "Espresso guide", newsSite, "Grind 18 g in 25 seconds."),
-              "App: Safari\nWindow: Espresso guide\nURL: https://news.example.org/coffee/espresso\n"
-              "Text read from the screen (may be partial):" +
-                  tail);
-    // Without an address there is no URL line; an empty one still gives it; an empty title is "(untitled)".
-    EXPECT_EQ(Describer::prompt("Notes", "", std::nullopt, "Grind 18 g in 25 seconds."),
-              "App: Notes\nWindow: (untitled)\nText read from the screen (may be partial):" + tail);
-    EXPECT_EQ(Describer::prompt("Notes", " x ", std::string(), "Grind 18 g in 25 seconds."),
-              "App: Notes\nWindow:  x \nURL: \nText read from the screen (may be partial):" + tail);
+TEST(DescriberPrompt, PromptsForScreensPhotosAndVideosAreExact) {
+    using Context = Describer::Context;
+    const auto photo = CaptureMedia::photo;
+    const auto video = CaptureMedia::video;
+    const std::vector<std::pair<Context, std::string>> cases{
+        {{.app = "Safari", .windowTitle = "Espresso guide", .url = newsSite},
+         "App: Safari\nWindow: Espresso guide\nURL: https://news.example.org/coffee/espresso\n"
+         "Text read from the screen (may be partial):"},
+        // Without an address there is no URL line; an empty one still gives it; an empty title is
+        // "(untitled)".
+        {{.app = "Notes"}, "App: Notes\nWindow: (untitled)\nText read from the screen (may be partial):"},
+        {{.app = "Notes", .windowTitle = " x ", .url = ""},
+         "App: Notes\nWindow:  x \nURL: \nText read from the screen (may be partial):"},
+        {{.media = photo, .windowTitle = "IMG_0042.HEIC", .takenAt = 1709504040},
+         "This is a photo (file \"IMG_0042.HEIC\"). Taken " + Dates::longDateShortTime(1709504040) +
+             ". Describe what it shows: the subject, the place, the moment, any text in it.\n"
+             "Text read from the photo (may be empty):"},
+        // Halves of a second round away from zero; the transcript is trimmed, and an empty one is "(none)".
+        {{.media = video, .windowTitle = "clip.mov", .duration = 2.5, .transcript = "  first you grind\n"},
+         "This is a video (file \"clip.mov\") 3 seconds long. The image shows key frames in order, left to "
+         "right, top to bottom. Describe what happens in it.\nWhat is said in it:\n\"\"\"\nfirst you grind\n"
+         "\"\"\"\nText read from the frames (may be empty):"},
+        {{.media = video, .windowTitle = "clip.mov", .duration = 41.5},
+         "This is a video (file \"clip.mov\") 42 seconds long. The image shows key frames in order, left to "
+         "right, top to bottom. Describe what happens in it.\nText read from the frames (may be empty):"},
+        {{.media = video, .windowTitle = "clip.mov", .transcript = ""},
+         "This is a video (file \"clip.mov\"). The image shows key frames in order, left to right, top to "
+         "bottom. Describe what happens in it.\nWhat is said in it:\n\"\"\"\n(none)\n\"\"\"\n"
+         "Text read from the frames (may be empty):"},
+    };
+    for (const auto& [context, head] : cases) {
+        EXPECT_EQ(Describer::prompt(context, "Grind 18 g in 25 seconds."), head + tail);
+    }
 }
 
-TEST(DescriberPrompt, PhotoPromptIsExact) {
-    Describer::Context photo{.media = CaptureMedia::photo, .windowTitle = "IMG_0042.HEIC"};
-    EXPECT_EQ(Describer::prompt(photo, "Grind 18 g in 25 seconds."),
-              "This is a photo (file \"IMG_0042.HEIC\"). Describe what it shows: the subject, the place, the "
-              "moment, any text in it.\nText read from the photo (may be empty):" +
-                  tail);
-    photo.takenAt = 1709504040;
-    EXPECT_TRUE(Describer::prompt(photo, "").starts_with("This is a photo (file \"IMG_0042.HEIC\"). Taken " +
-                                                         Dates::longDateShortTime(1709504040) +
-                                                         ". Describe"));
-}
-
-TEST(DescriberPrompt, VideoPromptIsExact) {
-    Describer::Context video{.media = CaptureMedia::video, .windowTitle = "clip.mov", .duration = 41.5};
-    EXPECT_EQ(
-        Describer::prompt(video, "Grind 18 g in 25 seconds."),
-        "This is a video (file \"clip.mov\") 42 seconds long. The image shows key frames in order, left to "
-        "right, top to bottom. Describe what happens in it.\nText read from the frames (may be empty):" +
-            tail);
-
-    video.duration = std::nullopt;
-    video.transcript = "";
-    EXPECT_EQ(
-        Describer::prompt(video, "Grind 18 g in 25 seconds."),
-        "This is a video (file \"clip.mov\"). The image shows key frames in order, left to right, top to "
-        "bottom. Describe what happens in it.\nWhat is said in it:\n\"\"\"\n(none)\n\"\"\"\n"
-        "Text read from the frames (may be empty):" +
-            tail);
-
-    video.transcript = "  first you grind the beans\n";
-    video.duration = 2.5;
-    const std::string prompt = Describer::prompt(video, "Grind 18 g in 25 seconds.");
-    EXPECT_NE(prompt.find(" 3 seconds long."), std::string::npos) << "halves round away from zero";
-    EXPECT_NE(prompt.find("What is said in it:\n\"\"\"\nfirst you grind the beans\n\"\"\"\nText read"),
-              std::string::npos);
-}
-
-TEST(DescriberPrompt, ExcerptTrimsCutsAndNamesEmptiness) {
+TEST(DescriberPrompt, ExcerptTrimsCutsByCharactersAndNamesEmptiness) {
     EXPECT_EQ(Describer::excerpt(" \n\t "), "(none)");
     EXPECT_EQ(Describer::excerpt("\n  Hello  \n"), "Hello");
-    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467";
-    std::string longText;
-    for (int i = 0; i < 5000; ++i) {
-        longText += family + "x";
-    }
-    std::string expected;
-    for (int i = 0; i < 1500; ++i) {
-        expected += family + "x";
-    }
-    EXPECT_EQ(Describer::excerpt(longText), expected + "\u2026");
-    const std::string exactly(3000, 'a');
-    EXPECT_EQ(Describer::excerpt(exactly), exactly);
+    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467x";
+    EXPECT_EQ(Describer::excerpt(repeated(family, 5000)), repeated(family, 1500) + "\u2026");
+    EXPECT_EQ(Describer::excerpt(std::string(3000, 'a')), std::string(3000, 'a'));
 }
 
 TEST(DescriberParse, FindsTheObjectInsideProseAndFences) {
@@ -111,58 +96,47 @@ TEST(DescriberParse, FindsTheObjectInsideProseAndFences) {
     EXPECT_THROW((void)parsed("{\"title\": \"Espresso\"} :-}"), Describer::ParseError)
         << "the span runs to the last brace, even one in prose";
 
-    const auto object = Describer::jsonObject("noise {\"a\": {\"b\": 1}} more");
-    ASSERT_TRUE(object);
-    EXPECT_EQ(object->fields["a"]["b"], 1);
-    EXPECT_FALSE(Describer::jsonObject("} backwards {"));
     EXPECT_TRUE(Describer::jsonObject("[{\"a\":1}]")) << "only the braces count, not what encloses them";
-    EXPECT_FALSE(Describer::jsonObject("{not json}"));
-    EXPECT_FALSE(Describer::jsonObject("no braces at all"));
-    EXPECT_FALSE(Describer::jsonObject("{\"a\": \"\xFF\"}")) << "invalid UTF-8 is not JSON";
+    for (const char* text : {"} backwards {", "{not json}", "no braces at all", "{\"a\": \"\xFF\"}"}) {
+        EXPECT_FALSE(Describer::jsonObject(text)) << text;
+    }
 }
 
-TEST(DescriberParse, ThrowsNotJSONWithTheStartOfTheReply) {
-    std::string reply;
-    for (int i = 0; i < 100; ++i) {
-        reply += "\u00E9x"; // 200 characters, 300 bytes
-    }
-    reply += std::string(300, 'y');
+TEST(DescriberParse, ThrowsNotJSONWithTheFirst200Characters) {
+    const std::string reply = repeated("\u00E9x", 100) + std::string(300, 'y'); // 200 characters, 300 bytes
     try {
         (void)parsed(reply);
         FAIL() << "no ParseError";
     } catch (const Describer::ParseError& error) {
-        EXPECT_EQ(error.kind(), Describer::ParseError::Kind::notJSON);
-        EXPECT_EQ(error.reply(), reply.substr(0, 300)) << "200 characters, not bytes";
-        EXPECT_EQ(error, Describer::ParseError::notJSON(reply.substr(0, 300)));
+        EXPECT_EQ(error.reply(), reply.substr(0, 300));
     }
-    EXPECT_STREQ(Describer::ParseError::notJSON("Sorry").what(), "notJSON(\"Sorry\")");
     EXPECT_THROW((void)parsed("[1, 2, 3]"), Describer::ParseError);
     EXPECT_THROW((void)parsed("{\"title\": }"), Describer::ParseError);
 }
 
-TEST(DescriberParse, TitleAndKindFallBackAndTheTitleIsCut) {
-    for (const char* reply : {R"({"kind": "spaceship"})", R"({"kind": 3})", "{}"}) {
-        EXPECT_EQ(parsed(reply).kind, CaptureKind::other) << reply;
-    }
-    EXPECT_EQ(Describer::parse("{}", "", std::nullopt, "Safari").title, "Safari");
-    EXPECT_EQ(Describer::parse("{\"title\": \"  \\n \"}", "", std::nullopt, "Inbox").title, "Inbox");
-    EXPECT_EQ(Describer::parse("{\"title\": 42}", "", std::nullopt, "").title, "Untitled");
-    EXPECT_EQ(Describer::parse("{\"title\": \"\\\"\\\"\"}", "", std::nullopt, " \"").title, "Untitled");
-
+TEST(DescriberParse, TitlesAreCleanedCutAndFallBack) {
+    EXPECT_EQ(parsed(R"({"kind": 3})").kind, CaptureKind::other);
+    EXPECT_EQ(parsed("{}", "", std::nullopt, "Safari").title, "Safari");
+    EXPECT_EQ(parsed("{\"title\": \"  \\n \"}", "", std::nullopt, "Inbox").title, "Inbox");
+    EXPECT_EQ(parsed("{\"title\": 42}", "", std::nullopt, "").title, "Untitled");
+    EXPECT_EQ(parsed("{\"title\": \"\\\"\\\"\"}", "", std::nullopt, " \"").title, "Untitled");
     // 120 characters become the first 89, trimmed of blanks, plus "…".
     const std::string title = std::string(88, 'a') + " " + std::string(31, 'b');
     EXPECT_EQ(parsed("{\"title\": \"" + title + "\"}").title, std::string(88, 'a') + "\u2026");
-    EXPECT_EQ(Describer::clean(std::string(90, 'c'), 90), std::string(90, 'c'));
-    EXPECT_EQ(Describer::clean(std::string(89, 'c') + "de", 90), std::string(89, 'c') + "\u2026");
-}
 
-TEST(DescriberParse, CleanSquashesWhiteSpaceAndTrimsQuotes) {
-    EXPECT_EQ(Describer::clean(std::nullopt, 10), std::nullopt);
-    EXPECT_EQ(Describer::clean("\"  Espresso \n\t\u00A0 guide \" ", 90), "Espresso guide");
-    EXPECT_EQ(Describer::clean(" \" \n \"", 90), std::nullopt);
-    EXPECT_EQ(Describer::clean("say \"hi\" now", 90), "say \"hi\" now") << "inner quotes stay";
     const std::string heart = "\u2764\uFE0F";
-    EXPECT_EQ(Describer::clean(heart + heart + heart, 2), heart + "\u2026") << "characters, not bytes";
+    const std::vector<std::tuple<std::optional<std::string>, std::size_t, std::optional<std::string>>> cases{
+        {std::nullopt, 10, std::nullopt},
+        {"\"  Espresso \n\t\u00A0 guide \" ", 90, "Espresso guide"},
+        {" \" \n \"", 90, std::nullopt},
+        {"say \"hi\" now", 90, "say \"hi\" now"},     // inner quotes stay
+        {heart + heart + heart, 2, heart + "\u2026"}, // characters, not bytes
+        {std::string(90, 'c'), 90, std::string(90, 'c')},
+        {std::string(89, 'c') + "de", 90, std::string(89, 'c') + "\u2026"},
+    };
+    for (const auto& [text, limit, expected] : cases) {
+        EXPECT_EQ(Describer::clean(text, limit), expected) << text.value_or("(none)");
+    }
 }
 
 TEST(DescriberParse, SiteNameIsRemovedFromTheEndOfTheTitle) {
@@ -188,8 +162,6 @@ TEST(DescriberParse, SiteNameIsRemovedFromTheEndOfTheTitle) {
     for (const auto& [title, url, expected] : cases) {
         EXPECT_EQ(Describer::withoutSiteName(title, url), expected) << title << " at " << url.value_or("-");
     }
-    // The title goes through this rule inside parse as well.
-    EXPECT_EQ(parsed("{\"title\": \"Espresso - Example\"}", "", newsSite).title, "Espresso");
 }
 
 TEST(DescriberParse, PreambleIsRemovedFromTheSummary) {
@@ -212,38 +184,38 @@ TEST(DescriberParse, PreambleIsRemovedFromTheSummary) {
 }
 
 TEST(DescriberParse, TagsAreNormalisedAndCapped) {
-    const auto description = parsed(R"({"tags": ["#Coffee", "coffee", "  Espresso\n", ")" +
-                                    std::string(40, 't') + R"(", 7, "", "#"]})");
-    EXPECT_EQ(description.tags, (std::vector<std::string>{"coffee", "espresso"}));
-    EXPECT_EQ(parsed(R"({"tags": ["a", "b", "c", "d", "e", "f", "g"]})").tags,
-              (std::vector<std::string>{"a", "b", "c", "d", "e"}));
-    EXPECT_EQ(parsed(R"({"tags": ["C#"]})").tags, std::vector<std::string>{"c"});
-    EXPECT_EQ(parsed(R"({"tags": ["\u00C9T\u00C9", "\u00e9t\u00e9"]})").tags,
-              std::vector<std::string>{"\u00E9t\u00E9"});
-    EXPECT_EQ(parsed(R"({"tags": [")" + std::string(32, 'k') + R"("]})").tags.size(), 1u) << "32 is allowed";
-    EXPECT_TRUE(parsed(R"({"tags": "coffee"})").tags.empty());
-    // Duplicates and rejects do not count towards the five.
-    EXPECT_EQ(parsed(R"({"tags": ["a", "A", "#a", "b", "c", "d", "e"]})").tags,
-              (std::vector<std::string>{"a", "b", "c", "d", "e"}));
+    using Tags = std::vector<std::string>;
+    const std::vector<std::pair<std::string, Tags>> cases{
+        {R"(["#Coffee", "coffee", "  Espresso\n", ")" + std::string(33, 't') + R"(", 7, "", "#"])",
+         {"coffee", "espresso"}},
+        {R"(["a", "b", "c", "d", "e", "f", "g"])", {"a", "b", "c", "d", "e"}},
+        {R"(["C#"])", {"c"}},
+        {R"(["\u00C9T\u00C9", "\u00e9t\u00e9"])", {"\u00E9t\u00E9"}},
+        {R"([")" + std::string(32, 'k') + R"("])", {std::string(32, 'k')}},
+        {R"("coffee")", {}},
+        // Duplicates and rejects do not count towards the five.
+        {R"(["a", "A", "#a", "b", "c", "d", "e"])", {"a", "b", "c", "d", "e"}},
+    };
+    for (const auto& [tags, expected] : cases) {
+        EXPECT_EQ(parsed(R"({"tags": )" + tags + "}").tags, expected) << tags;
+    }
 }
 
 TEST(DescriberParse, HighlightsMustOccurInTheReadText) {
     const std::string read =
         "THE GRIND: 18 g.\nBrew time 25-30 seconds!\nWater at 93\u00B0C\nTamp firmly\nEnjoy";
-    const auto description = parsed(R"({"highlights": ["the grind 18g", "Brew time: 25–30 seconds", "Made up",
-                                                       "water at 93 C", "tamp, firmly", "enjoy"]})",
-                                    read);
-    EXPECT_EQ(description.highlights,
+    EXPECT_EQ(parsed(R"({"highlights": ["the grind 18g", "!!!", "", 5, "Brew time: 25–30 seconds", "Made up",
+                                       "water at 93 C", "tamp, firmly", "enjoy"]})",
+                     read)
+                  .highlights,
               (std::vector<std::string>{"the grind 18g", "Brew time: 25–30 seconds", "water at 93 C"}));
-    EXPECT_TRUE(parsed(R"({"highlights": ["!!!", "", 5]})", read).highlights.empty())
-        << "a highlight with no letters or digits matches nothing";
     EXPECT_EQ(parsed(R"({"highlights": ["  Tamp\n firmly "]})", read).highlights,
               std::vector<std::string>{"Tamp firmly"})
         << "kept in its cleaned form";
     EXPECT_EQ(Describer::squashed("Caf\u00C9 No. 5 \u2014 \U0001F600!"), "caf\u00E9no5");
 }
 
-TEST(DescriberParse, LinksMustOccurInTheReadTextAfterThePageAddress) {
+TEST(DescriberParse, LinksMustBeWebLinksInTheReadTextAfterThePageAddress) {
     const std::string read = "Read more at example.com/espresso and https://beans.example.net/shop, "
                              "or http://old.example.org.";
     const auto description = parsed(R"({"links": ["example.com/espresso", "https://beans.example.net/shop).",
@@ -256,7 +228,7 @@ TEST(DescriberParse, LinksMustOccurInTheReadTextAfterThePageAddress) {
         (std::vector<std::string>{"https://news.example.org/coffee/espresso", "https://example.com/espresso",
                                   "https://beans.example.net/shop", "http://old.example.org"}));
 
-    // Ten valid links found in the text, with a page address: six in all.
+    // Ten valid links found in the text: six in all, with or without a page address.
     std::string many;
     std::string list;
     for (int i = 0; i < 10; ++i) {
@@ -266,15 +238,11 @@ TEST(DescriberParse, LinksMustOccurInTheReadTextAfterThePageAddress) {
     }
     EXPECT_EQ(parsed("{\"links\": [" + list + "]}", many, newsSite).links.size(), 6u);
     EXPECT_EQ(parsed("{\"links\": [" + list + "]}", many).links.size(), 6u);
-
     // With nothing read, no link from the model survives, but the page address does.
     EXPECT_EQ(parsed(R"({"links": ["example.com/espresso"]})", "\n", newsSite).links,
               std::vector<std::string>{*newsSite});
-    EXPECT_TRUE(parsed("{}", "", std::string("https://localhost/page")).links.empty())
-        << "an address without a dotted host is no web link";
-}
+    EXPECT_TRUE(parsed("{}", "", std::string("https://localhost/page")).links.empty());
 
-TEST(DescriberParse, WebLinksNeedHttpAndADottedHost) {
     for (const char* link : {"https://example.com", "HTTP://Example.com/a?b=c#d", "http://127.0.0.1:8080/"}) {
         EXPECT_TRUE(Describer::isWebLink(link)) << link;
     }
@@ -284,25 +252,6 @@ TEST(DescriberParse, WebLinksNeedHttpAndADottedHost) {
     }
 }
 
-TEST(Describer, ContextCopiesTheCapture) {
-    Capture capture;
-    capture.media = CaptureMedia::video;
-    capture.app = "Photos";
-    capture.windowTitle = "clip.mov";
-    capture.url = "https://example.com";
-    capture.duration = 12.0;
-    capture.takenAt = 1700000000;
-    capture.transcript = "hello";
-    const auto context = Describer::Context::from(capture);
-    EXPECT_EQ(context.media, CaptureMedia::video);
-    EXPECT_EQ(context.app, "Photos");
-    EXPECT_EQ(context.windowTitle, "clip.mov");
-    EXPECT_EQ(context.url, capture.url);
-    EXPECT_EQ(context.duration, 12.0);
-    EXPECT_EQ(context.takenAt, 1700000000);
-    EXPECT_EQ(context.transcript, "hello");
-}
-
 TEST(Describer, DescribesThroughTheModelService) {
     FakeModelService service;
     const Describer describer(OllamaClient(service.host()), "qwen3.5:4b");
@@ -310,39 +259,39 @@ TEST(Describer, DescribesThroughTheModelService) {
         R"(Here you go: {"title": "Espresso at home - Example", "summary": "A screenshot of a recipe.",
         "kind": "recipe", "tags": ["coffee"], "highlights": ["first you grind", "18 g"],
         "links": ["example.com/espresso"]})");
-
     const std::vector<std::uint8_t> image{'J', 'P', 'G'};
-    const Describer::Context context{.media = CaptureMedia::video,
-                                     .app = "Safari",
-                                     .windowTitle = "clip.mov",
-                                     .url = newsSite,
-                                     .duration = 30,
-                                     .transcript = "First, you grind."};
+    Capture capture;
+    capture.media = CaptureMedia::video;
+    capture.app = "Safari";
+    capture.windowTitle = "clip.mov";
+    capture.url = newsSite;
+    capture.duration = 30;
+    capture.takenAt = 1709504040;
+    capture.transcript = "First, you grind.";
+    const auto context = Describer::Context::from(capture);
     const std::string ocr = "  Use 18 g. See example.com/espresso  ";
-    const auto description = describer.describe(image, context, ocr);
-    EXPECT_EQ(description, (CaptureDescription{.title = "Espresso at home",
-                                               .summary = "Recipe.",
-                                               .kind = CaptureKind::recipe,
-                                               .tags = {"coffee"},
-                                               .highlights = {"first you grind", "18 g"},
-                                               .links = {*newsSite, "https://example.com/espresso"}}))
+    EXPECT_EQ(describer.describe(image, context, ocr),
+              (CaptureDescription{.title = "Espresso at home",
+                                  .summary = "Recipe.",
+                                  .kind = CaptureKind::recipe,
+                                  .tags = {"coffee"},
+                                  .highlights = {"first you grind", "18 g"},
+                                  .links = {*newsSite, "https://example.com/espresso"}}))
         << "the transcript counts as read text";
-
     const auto body = nlohmann::json::parse(service.requests("/api/generate").at(0).body);
     EXPECT_EQ(body["model"], "qwen3.5:4b");
     EXPECT_EQ(body["system"], std::string(Describer::system));
     EXPECT_EQ(body["prompt"], Describer::prompt(context, "Use 18 g. See example.com/espresso"));
+    EXPECT_TRUE(body["prompt"].get<std::string>().starts_with(
+        "This is a video (file \"clip.mov\") 30 seconds long. Taken " +
+        Dates::longDateShortTime(1709504040)));
     EXPECT_EQ(body["images"], nlohmann::json::array({"SlBH"}));
     EXPECT_EQ(body["format"], "json");
     EXPECT_EQ(body["options"]["num_predict"], 700);
 
-    // The screen form, and failures that reach the caller unchanged.
-    service.answerNext("I cannot help with that.");
-    EXPECT_THROW((void)describer.describe(image, "Safari", "", std::nullopt, ""), Describer::ParseError);
-    EXPECT_EQ(nlohmann::json::parse(service.requests("/api/generate").at(1).body)["prompt"],
-              Describer::prompt("Safari", "", std::nullopt, "(none)"));
+    // Without a window title the fallback title is the app.
+    Capture screen;
+    screen.app = "Safari";
     service.answerNext("{}");
-    EXPECT_EQ(describer.describe(image, "Safari", "", std::nullopt, "").title, "Safari");
-    service.failWith("/api/generate", FakeModelService::Reply::error(404, "model \"qwen3.5:4b\" not found"));
-    EXPECT_THROW((void)describer.describe(image, context, ocr), OllamaClient::Failure);
+    EXPECT_EQ(describer.describe(image, Describer::Context::from(screen), "").title, "Safari");
 }
