@@ -11,9 +11,11 @@ using keepery::testing::FakeModelService;
 
 namespace {
 
+const std::string opening = "These items were saved together in a personal library:\n";
 const std::string ending = "\n\nName the collection they form. Answer with JSON only:\n"
                            "{\"name\": \"2 to 4 words, title case, specific (not 'Miscellaneous' or "
                            "'Screenshots')\",\n \"emoji\": \"one emoji that fits\"}";
+const std::string folder = "\U0001F4C1";
 
 Capture titled(std::string title, std::optional<std::string> summary, std::vector<std::string> tags = {}) {
     Capture capture;
@@ -23,10 +25,6 @@ Capture titled(std::string title, std::optional<std::string> summary, std::vecto
     return capture;
 }
 
-std::string emojiOf(const std::string& value) {
-    return CollectionNamer::parse(nlohmann::json{{"name", "x"}, {"emoji", value}}.dump()).emoji;
-}
-
 } // namespace
 
 TEST(CollectionNamerPrompt, ListsTheFirstTwelveItems) {
@@ -34,15 +32,11 @@ TEST(CollectionNamerPrompt, ListsTheFirstTwelveItems) {
     inbox.windowTitle = "Inbox";
     inbox.summary = "Mail from Ana.";
     const std::vector<Capture> two{titled("Espresso", "S", {"coffee", "italy"}), inbox};
-    EXPECT_EQ(CollectionNamer::prompt(two), "These items were saved together in a personal library:\n"
-                                            "- Espresso: S [coffee, italy]\n"
-                                            "- Inbox: Mail from Ana." +
-                                                ending);
-
-    EXPECT_EQ(CollectionNamer::prompt({}),
-              "These items were saved together in a personal library:\n" + ending);
+    EXPECT_EQ(CollectionNamer::prompt(two),
+              opening + "- Espresso: S [coffee, italy]\n- Inbox: Mail from Ana." + ending);
+    EXPECT_EQ(CollectionNamer::prompt({}), opening + ending);
     EXPECT_EQ(CollectionNamer::prompt(std::vector<Capture>{titled(" Raw ", std::nullopt, {"t"})}),
-              "These items were saved together in a personal library:\n-  Raw :  [t]" + ending)
+              opening + "-  Raw :  [t]" + ending)
         << "nothing is trimmed; no summary leaves the tag part right after ': '";
 
     std::vector<Capture> twenty;
@@ -62,34 +56,35 @@ TEST(CollectionNamerParse, NameIsCleanedCutOrUntitled) {
                                "Counter\"}")
             .name,
         "Coffee and Tea Gear Collection Extraord\u2026");
-    EXPECT_EQ(CollectionNamer::parse("{\"name\": \"  \\\" \\\"  \"}").name, "Untitled collection");
     EXPECT_EQ(CollectionNamer::parse("{\"name\": \"weeknight  dinners\\n\"}").name, "weeknight dinners")
         << "the model's casing stays";
-    EXPECT_EQ(CollectionNamer::parse("{\"name\": 7}").name, "Untitled collection");
-    EXPECT_EQ(CollectionNamer::parse("I would call it Coffee."),
-              (CollectionNamer::Naming{"Untitled collection", "\U0001F4C1"}));
-    EXPECT_EQ(CollectionNamer::parse("[\"Coffee\"]"),
-              (CollectionNamer::Naming{"Untitled collection", "\U0001F4C1"}));
+    for (const char* reply :
+         {"{\"name\": \"  \\\" \\\"  \"}", "{\"name\": 7}", "I would call it Coffee.", "[\"Coffee\"]"}) {
+        EXPECT_EQ(CollectionNamer::parse(reply), (CollectionNamer::Naming{"Untitled collection", folder}))
+            << reply;
+    }
 }
 
+// A heart or a keycap shows as an emoji only with U+FE0F; a flag is two regional indicators (each with
+// Emoji_Presentation itself), a ZWJ sequence is one character, and a skin tone belongs to its emoji.
 TEST(CollectionNamerParse, EmojiIsTheFirstCharacterThatShowsAsOne) {
-    EXPECT_EQ(emojiOf("coffee \u2615"), "\u2615");
-    EXPECT_EQ(emojiOf("\u2764\uFE0F"), "\u2764\uFE0F") << "a heart with its variation selector";
-    EXPECT_EQ(emojiOf("\u2764"), "\U0001F4C1") << "a bare heart is text";
-    EXPECT_EQ(emojiOf("\U0001F1EE\U0001F1F9"), "\U0001F1EE\U0001F1F9") << "the Italian flag";
-    EXPECT_EQ(emojiOf("1"), "\U0001F4C1");
-    EXPECT_EQ(emojiOf("#"), "\U0001F4C1");
-    EXPECT_EQ(emojiOf("1\uFE0F\u20E3"), "1\uFE0F\u20E3") << "a keycap with U+FE0F";
-    EXPECT_EQ(emojiOf("1\u20E3"), "\U0001F4C1") << "a keycap without it";
     const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467";
-    EXPECT_EQ(emojiOf("fam " + family + " \u2615"), family) << "a ZWJ sequence is one character";
-    EXPECT_EQ(emojiOf("\U0001F44D\U0001F3FD"), "\U0001F44D\U0001F3FD") << "with its skin tone";
-    EXPECT_EQ(emojiOf(""), "\U0001F4C1");
-    EXPECT_EQ(CollectionNamer::parse("{\"name\": \"x\", \"emoji\": 9749}").emoji, "\U0001F4C1");
-    EXPECT_EQ(CollectionNamer::parse("{\"name\": \"x\"}").emoji, "\U0001F4C1");
-    EXPECT_TRUE(CollectionNamer::isEmoji("\U0001F1EE"))
-        << "regional indicators have Emoji_Presentation themselves";
-    EXPECT_FALSE(CollectionNamer::isEmoji("a"));
+    for (const auto& [value, emoji] :
+         std::vector<std::pair<std::string, std::string>>{{"coffee \u2615", "\u2615"},
+                                                          {"\u2764\uFE0F", "\u2764\uFE0F"},
+                                                          {"\u2764", folder},
+                                                          {"\U0001F1EE\U0001F1F9", "\U0001F1EE\U0001F1F9"},
+                                                          {"1", folder},
+                                                          {"1\uFE0F\u20E3", "1\uFE0F\u20E3"},
+                                                          {"1\u20E3", folder},
+                                                          {"fam " + family + " \u2615", family},
+                                                          {"\U0001F44D\U0001F3FD", "\U0001F44D\U0001F3FD"},
+                                                          {"", folder}}) {
+        EXPECT_EQ(CollectionNamer::parse(nlohmann::json{{"name", "x"}, {"emoji", value}}.dump()).emoji, emoji)
+            << value;
+    }
+    EXPECT_EQ(CollectionNamer::parse("{\"name\": \"x\", \"emoji\": 9749}").emoji, folder);
+    EXPECT_TRUE(CollectionNamer::isEmoji("\U0001F1EE"));
 }
 
 TEST(CollectionNamer, NamesThroughTheModelService) {
