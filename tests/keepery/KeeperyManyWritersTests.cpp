@@ -51,13 +51,10 @@ protected:
           "collections": [{"id": "c1", "name": "Cooking", "emoji": "🍳"},
                           {"id": "c2", "name": "Travel", "emoji": "🧳"}],
           "captures": [
-            {"id": "p1", "title": "Tonkotsu ramen at home", "kind": "recipe", "collection": "c1",
-             "embed": "ramen broth pork noodles"},
-            {"id": "p2", "title": "Night train to Kyoto", "kind": "other", "collection": "c2",
-             "embed": "train timetable kyoto"},
-            {"id": "m1", "title": "Miso soup", "kind": "recipe", "collection": "c1", "embed": "miso soup"},
-            {"id": "t1", "title": "Packing list", "kind": "other", "collection": "c2",
-             "embed": "packing list socks"}
+            {"id": "p1", "title": "Tonkotsu ramen at home", "collection": "c1", "embed": "ramen broth pork"},
+            {"id": "p2", "title": "Night train to Kyoto", "collection": "c2", "embed": "train timetable kyoto"},
+            {"id": "m1", "title": "Miso soup", "collection": "c1", "embed": "miso soup"},
+            {"id": "t1", "title": "Packing list", "collection": "c2", "embed": "packing list socks"}
           ]})"));
         for (const char* id : {"c1", "c2"}) {
             ASSERT_EQ(keepery({"rename", id, std::string("Named ") + id}).exitStatus, 0);
