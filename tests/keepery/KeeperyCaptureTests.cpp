@@ -39,11 +39,14 @@ protected:
             << windows();
     }
 
+    // Asked to end, the X server removes its lock file; a program that has not ended a second later is
+    // killed, so that one that ignores the request cannot hang the run.
     void TearDown() override {
         for (auto it = programs.rbegin(); it != programs.rend(); ++it) {
             (*it)->signal(SIGTERM);
-            (*it)->finish();
         }
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        programs.clear();
     }
 
     void start(const std::string& program, const std::vector<std::string>& arguments) {
