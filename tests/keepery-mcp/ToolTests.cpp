@@ -2,54 +2,33 @@
 #include "Agents/MCPServer.h"
 
 #include "Library/Library.h"
+#include "Platform/Dates.h"
 #include "Store/StoreTesting.h"
 
 #include <gtest/gtest.h>
 #include <limits>
 #include <nlohmann/json.hpp>
-#include <unicode/locid.h>
-#include <unicode/timezone.h>
 
 using namespace keepery;
+using keepery::testing::Described;
 using nlohmann::json;
 
 namespace {
 
-// 2024-03-03 17:14 UTC, as United States English writes it in UTC.
+// 2024-03-03 17:14 UTC; the format of dates themselves is pinned where dates are written.
 constexpr Instant march3 = 1709486040;
-const std::string at514 = "Mar 3, 2024, 5:14\u202FPM";
 
 class Tools : public keepery::testing::StoreTest {
 protected:
-    void SetUp() override {
-        UErrorCode status = U_ZERO_ERROR;
-        icu::Locale::setDefault(icu::Locale("en_US"), status);
-        icu::TimeZone::adoptDefault(icu::TimeZone::createTimeZone("UTC"));
-    }
-    void TearDown() override {
-        UErrorCode status = U_ZERO_ERROR;
-        icu::Locale::setDefault(savedLocale, status);
-        icu::TimeZone::adoptDefault(savedZone.release());
-    }
+    const std::string at514 = Dates::mediumDateShortTime(march3);
 
-    // The tool's text; fails the test when the tool fails.
-    std::string text(const std::string& tool, const json& arguments = json::object()) {
+    // The tool's text, or "failed: " and the message it failed with.
+    std::string call(const std::string& tool, const json& arguments = json::object()) {
         try {
             return server.call(tool, arguments);
         } catch (const MCPServer::ToolFailure& failure) {
-            ADD_FAILURE() << tool << " failed: " << failure.message;
-            return {};
+            return "failed: " + failure.message;
         }
-    }
-
-    // The tool's failure message; fails the test when the tool answers.
-    std::string failure(const std::string& tool, const json& arguments = json::object()) {
-        try {
-            ADD_FAILURE() << tool << " answered: " << server.call(tool, arguments);
-        } catch (const MCPServer::ToolFailure& failure) {
-            return failure.message;
-        }
-        return {};
     }
 
     // Captures kept a minute apart, newest last, each titled "<word> <n>".
@@ -58,19 +37,12 @@ protected:
             const std::string id = word + std::to_string(i);
             store.insert(screen(id, march3 + 60.0 * (kept++)));
             if (kind) {
-                store.setDescribed(
-                    id, keepery::testing::Described{.title = word + " " + std::to_string(i), .kind = *kind});
+                store.setDescribed(id, Described{.title = word + " " + std::to_string(i), .kind = *kind});
             }
         }
     }
 
-    void collection(const std::string& id, const std::string& name, const std::vector<std::string>& members) {
-        store.insertCollection(CaptureCollection{.id = id, .name = name, .emoji = "🍳"});
-        for (const std::string& member : members) {
-            store.setCollection(member, id);
-        }
-    }
-
+    // How many listings a text holds: they are separated by a blank line.
     static std::size_t listingsIn(const std::string& text) {
         std::size_t count = 1;
         for (std::size_t at = text.find("\n\n"); at != std::string::npos; at = text.find("\n\n", at + 2)) {
@@ -79,8 +51,6 @@ protected:
         return count;
     }
 
-    icu::Locale savedLocale = icu::Locale::getDefault();
-    std::unique_ptr<icu::TimeZone> savedZone{icu::TimeZone::createDefault()};
     int kept = 0;
     // Nothing listens on port 1: searches rank by words alone.
     Library library{{.store = store, .client = OllamaClient("http://127.0.0.1:1")},
@@ -88,72 +58,63 @@ protected:
     MCPServer server{library, store, "1.0.0"};
 };
 
+// A limit counts only as a whole number that fits in 64 bits; anything else is absent.
 TEST_F(Tools, SearchClampsItsLimitAndTrimsItsQuery) {
     keep("ramen", 30, CaptureKind::recipe);
-    const auto shown = [&](const json& limit) {
+    const std::vector<std::pair<json, std::size_t>> limits{
+        {nullptr, 8}, {0, 1}, {100, 25}, {5.0, 5}, {2.5, 8}, {"5", 8}, {18446744073709551615ULL, 8},
+        {1e300, 8}};
+    for (const auto& [limit, shown] : limits) {
         json arguments{{"query", "ramen"}};
         if (!limit.is_null()) {
             arguments["limit"] = limit;
         }
-        const std::string answer = text("search_keepery", arguments);
-        const std::size_t count = listingsIn(answer) - 1; // the heading is followed by a blank line too
-        EXPECT_TRUE(answer.starts_with("Keepery for “ramen” (" + std::to_string(count) + "):\n\n")) << answer;
-        return count;
-    };
-    EXPECT_EQ(shown(nullptr), 8u);
-    EXPECT_EQ(shown(0), 1u);
-    EXPECT_EQ(shown(-3), 1u);
-    EXPECT_EQ(shown(100), 25u);
-    EXPECT_EQ(shown(5), 5u);
-    EXPECT_EQ(shown(5.0), 5u) << "a whole number written with a fraction is still whole";
-    EXPECT_EQ(shown(2.5), 8u);
-    EXPECT_EQ(shown("5"), 8u);
-    EXPECT_EQ(shown(json::array({5})), 8u);
-    EXPECT_EQ(shown(18446744073709551615ULL), 8u) << "a number past 64 bits counts as absent";
-    EXPECT_EQ(shown(1e300), 8u);
-
-    EXPECT_TRUE(text("search_keepery", {{"query", " \n ramen\t "}, {"limit", 1}})
-                    .starts_with("Keepery for “ramen” (1):\n\nramen "));
-    EXPECT_EQ(text("search_keepery", {{"query", "zebra"}}), "Nothing in Keepery matches “zebra”.");
-    for (const json& bad : {json(" \n\t"), json(""), json(42), json(nullptr)}) {
-        EXPECT_EQ(failure("search_keepery", {{"query", bad}}), "'query' must be a non-empty string.") << bad;
+        const std::string answer = call("search_keepery", arguments);
+        EXPECT_EQ(listingsIn(answer), shown + 1) << limit; // the heading is followed by a blank line too
+        EXPECT_TRUE(answer.starts_with("Keepery for “ramen” (" + std::to_string(shown) + "):\n\n")) << answer;
     }
-    EXPECT_EQ(failure("search_keepery"), "'query' must be a non-empty string.");
+    EXPECT_TRUE(call("search_keepery", {{"query", " \n ramen\t "}, {"limit", 1}})
+                    .starts_with("Keepery for “ramen” (1):\n\nramen "));
+    EXPECT_EQ(call("search_keepery", {{"query", "zebra"}}), "Nothing in Keepery matches “zebra”.");
+    for (const json& arguments : {json{{"query", " \n\t"}}, json{{"query", ""}}, json{{"query", 42}},
+                                  json{{"query", nullptr}}, json::object()}) {
+        EXPECT_EQ(call("search_keepery", arguments), "failed: 'query' must be a non-empty string.")
+            << arguments;
+    }
 }
 
 TEST_F(Tools, RecentCapturesFilterByCollectionOrKind) {
     keep("ramen", 3, CaptureKind::recipe);
     keep("diff", 2, CaptureKind::code);
     keep("shot", 12);
-    collection("c1", "Weeknight Cooking", {"ramen0", "ramen1"});
+    store.insertCollection(CaptureCollection{.id = "c1", .name = "Weeknight Cooking", .emoji = "🍳"});
+    store.setCollection("ramen0", "c1");
+    store.setCollection("ramen1", "c1");
 
-    EXPECT_EQ(listingsIn(text("recent_captures")), 10u);
-    EXPECT_EQ(listingsIn(text("recent_captures", {{"limit", 0}})), 1u);
-    EXPECT_EQ(listingsIn(text("recent_captures", {{"limit", 500}})), 17u);
-    EXPECT_TRUE(text("recent_captures", {{"limit", 1}}).starts_with("Window — Screens\nid shot11 · "));
-
+    EXPECT_EQ(listingsIn(call("recent_captures")), 10u);
+    EXPECT_EQ(listingsIn(call("recent_captures", {{"limit", 0}})), 1u);
+    EXPECT_EQ(listingsIn(call("recent_captures", {{"limit", 500}})), 17u);
+    EXPECT_TRUE(call("recent_captures", {{"limit", 1}}).starts_with("Window — Screens\nid shot11 · "));
     for (const json& arguments : {json{{"collection", "WEEKNIGHT COOKING"}}, json{{"collection", "c1"}},
                                   json{{"collection", "weeknight cooking"}, {"kind", "no such kind"}}}) {
-        const std::string answer = text("recent_captures", arguments);
+        const std::string answer = call("recent_captures", arguments);
         EXPECT_TRUE(answer.starts_with("ramen 1 — Recipes\n")) << arguments;
         EXPECT_EQ(listingsIn(answer), 2u) << arguments;
     }
-    EXPECT_EQ(failure("recent_captures", {{"collection", " c1"}}),
-              "No collection named “ c1”. list_collections shows them.");
+    EXPECT_EQ(call("recent_captures", {{"collection", " c1"}}),
+              "failed: No collection named “ c1”. list_collections shows them.");
     // An empty or non-text collection is ignored and the kind decides.
     for (const json& collection : {json(""), json(7)}) {
-        EXPECT_EQ(listingsIn(text("recent_captures", {{"collection", collection}, {"kind", "Code"}})), 2u);
+        EXPECT_EQ(listingsIn(call("recent_captures", {{"collection", collection}, {"kind", "Code"}})), 2u);
     }
-    EXPECT_EQ(listingsIn(text("recent_captures", {{"kind", "RECIPE"}})), 3u);
-    EXPECT_EQ(failure("recent_captures", {{"kind", " recipe"}}), "Unknown kind “ recipe”.");
-    EXPECT_EQ(text("recent_captures", {{"kind", "email"}}), "Nothing kept there yet.");
+    EXPECT_EQ(listingsIn(call("recent_captures", {{"kind", "RECIPE"}})), 3u);
+    EXPECT_EQ(call("recent_captures", {{"kind", " recipe"}}), "failed: Unknown kind “ recipe”.");
+    EXPECT_EQ(call("recent_captures", {{"kind", "email"}}), "Nothing kept there yet.");
 }
 
 TEST_F(Tools, ListingsShowTheCapturesFacts) {
-    Capture video = screen("v1", march3 - 50);
+    Capture video = screen("v1", march3 - 50, "", "");
     video.media = CaptureMedia::video;
-    video.app = "";
-    video.windowTitle = "";
     video.takenAt = march3;
     store.insert(video);
     EXPECT_EQ(server.listing(*store.capture("v1")), " — Videos\nid v1 · Videos · " + at514);
@@ -161,12 +122,13 @@ TEST_F(Tools, ListingsShowTheCapturesFacts) {
     Capture page = screen("p1", march3, "Firefox", "Ramen — Serious Eats");
     page.url = "https://www.seriouseats.com/ramen";
     store.insert(page);
-    store.setDescribed("p1", keepery::testing::Described{.title = "Tonkotsu",
-                                                         .summary = "Pork broth.",
-                                                         .kind = CaptureKind::recipe,
-                                                         .tags = {"ramen", "broth"}});
+    store.setDescribed("p1", Described{.title = "Tonkotsu",
+                                       .summary = "Pork broth.",
+                                       .kind = CaptureKind::recipe,
+                                       .tags = {"ramen", "broth"}});
     store.setNote("p1", "try it");
-    collection("c1", "Cooking", {"p1"});
+    store.insertCollection(CaptureCollection{.id = "c1", .name = "Cooking", .emoji = "🍳"});
+    store.setCollection("p1", "c1");
     EXPECT_EQ(server.listing(*store.capture("p1")),
               "Tonkotsu — Recipes\nid p1 · https://www.seriouseats.com/ramen · " + at514 +
                   " · 🍳 Cooking\nPork broth.\nNote: try it\nTags: broth, ramen");
@@ -192,12 +154,11 @@ TEST_F(Tools, GetCaptureShowsEverythingWithLongTextsCut) {
         said += "e\u0301";
     }
     store.setRead("v1", said, said + "!");
-    store.setDescribed("v1",
-                       keepery::testing::Described{.title = "Curry",
-                                                   .kind = CaptureKind::recipe,
-                                                   .highlights = {"Fry the onions.", "Add the paste."},
-                                                   .links = {"https://a.example", "https://b.example"}});
-    EXPECT_EQ(text("get_capture", {{"id", "v1"}}),
+    store.setDescribed("v1", Described{.title = "Curry",
+                                       .kind = CaptureKind::recipe,
+                                       .highlights = {"Fry the onions.", "Add the paste."},
+                                       .links = {"https://a.example", "https://b.example"}});
+    EXPECT_EQ(call("get_capture", {{"id", "v1"}}),
               "Curry — Recipes\nid v1 · Videos · " + at514 +
                   "\n\nVideo, 61 seconds.\n\nWorth keeping:\n“Fry the onions.”\n“Add the paste.”\n\nLinks:\n"
                   "https://a.example\nhttps://b.example\n\nSaid in it:\n" +
@@ -209,58 +170,57 @@ TEST_F(Tools, GetCaptureShowsEverythingWithLongTextsCut) {
     EXPECT_FALSE(server.full(organized).ends_with("incomplete.)"));
     organized.duration = 1.2;
     EXPECT_NE(server.full(organized).find("\n\nVideo, 1 seconds.\n\n"), std::string::npos);
-    for (double unknown :
-         {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()}) {
+    // A duration without a whole number of seconds shows no line.
+    for (std::optional<double> unknown :
+         {std::optional(std::numeric_limits<double>::quiet_NaN()),
+          std::optional(std::numeric_limits<double>::infinity()), std::optional<double>()}) {
         organized.duration = unknown;
         EXPECT_EQ(server.full(organized).find("Video, "), std::string::npos);
     }
-    organized.duration.reset();
-    EXPECT_EQ(server.full(organized).find("Video, "), std::string::npos);
-
-    for (const json& id : {json("nope"), json(""), json(42), json(nullptr)}) {
-        EXPECT_EQ(failure("get_capture", {{"id", id}}), "No capture with that id.") << id;
+    for (const json& arguments : {json{{"id", "nope"}}, json{{"id", ""}}, json{{"id", 42}}, json::object()}) {
+        EXPECT_EQ(call("get_capture", arguments), "failed: No capture with that id.") << arguments;
     }
-    EXPECT_EQ(failure("get_capture"), "No capture with that id.");
 }
 
 TEST_F(Tools, CollectionsAreListedWithTheirCounts) {
-    EXPECT_EQ(text("list_collections"), "No collections yet: they form as similar captures are kept.");
+    const std::string none = "No collections yet: they form as similar captures are kept.";
+    EXPECT_EQ(call("list_collections"), none);
     keep("shot", 4);
     store.insertCollection(
         CaptureCollection{.id = "empty", .name = "Nothing", .emoji = "🫙", .updatedAt = 9e9});
-    EXPECT_EQ(text("list_collections"), "No collections yet: they form as similar captures are kept.");
+    EXPECT_EQ(call("list_collections"), none);
     store.insertCollection(
         CaptureCollection{.id = "one", .name = "Single", .emoji = "☝️", .updatedAt = 2});
     store.insertCollection(
         CaptureCollection{.id = "many", .name = "Weeknight Cooking", .emoji = "🍳", .updatedAt = 3});
-    store.setCollection("shot0", "one");
     for (const char* id : {"shot1", "shot2", "shot3"}) {
         store.setCollection(id, "many");
     }
-    EXPECT_EQ(text("list_collections"),
+    store.setCollection("shot0", "one");
+    EXPECT_EQ(call("list_collections"),
               "🍳 Weeknight Cooking — 3 captures (id many)\n☝️ Single — 1 capture (id one)");
 }
 
-TEST_F(Tools, AFailingStoreIsReportedAsAnAnswerKeeperyCouldNotGive) {
-    raw.execute("ALTER TABLE collections RENAME TO elsewhere");
-    const auto reply = json::parse(*server.handle(
-        R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":"list_collections"}})"));
-    EXPECT_EQ(reply["result"]["isError"], true);
-    EXPECT_TRUE(reply["result"]["content"][0]["text"].get<std::string>().starts_with(
-        "Keepery could not answer: SQLite: no such table: collections — SELECT"))
-        << reply.dump();
-}
-
-TEST_F(Tools, BytesThatAreNotUTF8AreShownAsReplacementCharacters) {
+// Whatever the store holds or fails with, the assistant gets a reply: bytes that are not UTF-8 are shown as
+// replacement characters, and a failing store is an answer Keepery could not give.
+TEST_F(Tools, WhatTheStoreCannotGiveIsStillAReply) {
     store.insert(screen("bad", march3));
     raw.run("UPDATE captures SET title = CAST(X'52616D656EFF21' AS TEXT) WHERE id = 'bad'");
-    const auto line = server.handle(
-        R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":"get_capture","arguments":{"id":"bad"}}})");
-    ASSERT_TRUE(line.has_value()) << "a reply is always written";
-    const auto reply = json::parse(*line);
-    EXPECT_TRUE(
-        reply["result"]["content"][0]["text"].get<std::string>().starts_with("Ramen\uFFFD! — Screens\n"))
-        << *line;
+    const auto result = [&](const std::string& params) {
+        const auto line =
+            server.handle(R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":)" + params + "}");
+        EXPECT_TRUE(line.has_value()) << params;
+        return json::parse(line.value_or("{}"))["result"];
+    };
+    EXPECT_TRUE(result(R"({"name":"get_capture","arguments":{"id":"bad"}})")["content"][0]["text"]
+                    .get<std::string>()
+                    .starts_with("Ramen\uFFFD! — Screens\n"));
+    raw.execute("ALTER TABLE collections RENAME TO elsewhere");
+    const json failed = result(R"({"name":"list_collections"})");
+    EXPECT_EQ(failed["isError"], true);
+    EXPECT_TRUE(failed["content"][0]["text"].get<std::string>().starts_with(
+        "Keepery could not answer: SQLite: no such table: collections — SELECT"))
+        << failed;
 }
 
 } // namespace

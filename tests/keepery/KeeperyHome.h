@@ -14,19 +14,15 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <map>
 #include <nlohmann/json.hpp>
-#include <spawn.h>
 #include <sstream>
-#include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace keepery::testing {
 
-// A child process left running (watch, work), its output going to files.
+// A child process left running (watch, work), its output and errors going to one file.
 class RunningChild {
 public:
     RunningChild(const std::string& program, const std::vector<std::string>& arguments,
@@ -41,28 +37,29 @@ public:
         pid_ = spawn(program, arguments, environment, actions);
     }
     ~RunningChild() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
-            finish();
-        }
+        signal(SIGKILL);
+        finish();
     }
     RunningChild(const RunningChild&) = delete;
     RunningChild& operator=(const RunningChild&) = delete;
 
-    void signal(int which) const { ::kill(pid_, which); }
+    void signal(int which) const {
+        if (pid_ > 0) {
+            ::kill(pid_, which);
+        }
+    }
     // The exit status, -1 when it did not exit normally.
     int finish() {
         int status = 0;
-        if (pid_ > 0 && ::waitpid(pid_, &status, 0) == pid_) {
-            pid_ = -1;
-            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        if (pid_ <= 0 || ::waitpid(pid_, &status, 0) != pid_) {
+            return -1;
         }
-        return -1;
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
     [[nodiscard]] std::string output() const {
-        std::ifstream in(output_);
         std::stringstream text;
-        text << in.rdbuf();
+        text << std::ifstream(output_).rdbuf();
         return text.str();
     }
 
@@ -74,13 +71,13 @@ private:
 // Waits up to `seconds` for `done`; true when it happened.
 inline bool eventually(const std::function<bool()>& done, double seconds = 30) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (std::chrono::steady_clock::now() < end) {
-        if (done()) {
-            return true;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
-    return done();
+    return true;
 }
 
 class KeeperyHome : public ::testing::Test {
@@ -90,20 +87,18 @@ protected:
 
     std::map<std::string, std::string>
     environment(const std::map<std::string, std::string>& extra = {}) const {
-        std::map<std::string, std::string> values{{"HOME", home.path().string()},
-                                                  {"PATH", "/usr/bin:/bin"},
-                                                  {"OLLAMA_HOST", service.host()},
-                                                  {"OMP_THREAD_LIMIT", "1"}};
-        // The sanitizers' settings (the leak checker's suppressions) reach the child as they reach us, and
-        // so do the locale and time zone, so that dates read the same on both sides.
+        std::map<std::string, std::string> values = extra;
+        values.insert({{"HOME", home.path().string()},
+                       {"PATH", "/usr/bin:/bin"},
+                       {"OLLAMA_HOST", service.host()},
+                       {"OMP_THREAD_LIMIT", "1"}});
+        // The sanitizers' settings reach the child as they reach us, and so do the locale and time zone, so
+        // that dates read the same on both sides.
         for (const char* name : {"LSAN_OPTIONS", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LANG",
                                  "LC_ALL", "LC_TIME", "LC_NUMERIC", "TZ"}) {
             if (const char* value = std::getenv(name)) {
                 values[name] = value;
             }
-        }
-        for (const auto& [key, value] : extra) {
-            values[key] = value;
         }
         return values;
     }
@@ -122,25 +117,6 @@ protected:
         const ChildResult seeded =
             runChild(KEEPERY_SEED_LIBRARY_PATH, {library().string(), file.string()}, {}, "");
         ASSERT_EQ(seeded.exitStatus, 0) << seeded.err;
-    }
-
-    // Every row of the captures table, as text, to compare before and after.
-    [[nodiscard]] std::string rows() const {
-        LibraryStore store(library());
-        std::string all;
-        for (const Capture& capture : store.captures(LibraryFilter::recent(), 100000)) {
-            all += capture.id + "|" + capture.displayTitle() + "|" + std::string(capture.stage.rawValue()) +
-                   "|" + capture.note.value_or("") + "|" + (capture.favorite ? "f" : "") + "|" +
-                   capture.collectionID.value_or("") + "|";
-            for (const auto& tag : capture.tags) {
-                all += tag + ",";
-            }
-            all += "\n";
-        }
-        for (const CaptureCollection& collection : store.collections()) {
-            all += collection.id + "|" + collection.name + "|" + collection.emoji + "\n";
-        }
-        return all;
     }
 };
 

@@ -6,7 +6,6 @@
 #include "keepery/KeeperyHome.h"
 #include "support/MediaFixtures.h"
 
-#include <atomic>
 #include <gmock/gmock.h>
 #include <mutex>
 #include <set>
@@ -23,12 +22,8 @@ constexpr auto together = std::chrono::seconds(10);
 
 // What SQLite says when a lock outlasted the busy time-out, in any of its forms.
 bool soundsBusy(const std::string& text) {
-    for (const char* word : {"locked", "busy", "SQLITE_BUSY"}) {
-        if (text.find(word) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
+    return text.find("locked") != std::string::npos || text.find("busy") != std::string::npos ||
+           text.find("BUSY") != std::string::npos;
 }
 
 class ManyWriters : public KeeperyHome {
@@ -39,8 +34,7 @@ protected:
     fs::path staging = home / "staging";
 
     std::mutex mutex;
-    // Every complaint any writer saw, with who saw it.
-    std::vector<std::string> complaints;
+    std::vector<std::string> complaints; // every complaint any writer saw, with who saw it
 
     void complain(const std::string& who, const std::string& what) {
         const std::lock_guard lock(mutex);
@@ -57,13 +51,10 @@ protected:
           "collections": [{"id": "c1", "name": "Cooking", "emoji": "🍳"},
                           {"id": "c2", "name": "Travel", "emoji": "🧳"}],
           "captures": [
-            {"id": "p1", "title": "Tonkotsu ramen at home", "kind": "recipe", "collection": "c1",
-             "embed": "ramen broth pork noodles"},
-            {"id": "p2", "title": "Night train to Kyoto", "kind": "other", "collection": "c2",
-             "embed": "train timetable kyoto"},
-            {"id": "m1", "title": "Miso soup", "kind": "recipe", "collection": "c1", "embed": "miso soup"},
-            {"id": "t1", "title": "Packing list", "kind": "other", "collection": "c2",
-             "embed": "packing list socks"}
+            {"id": "p1", "title": "Tonkotsu ramen at home", "collection": "c1", "embed": "ramen broth pork"},
+            {"id": "p2", "title": "Night train to Kyoto", "collection": "c2", "embed": "train timetable kyoto"},
+            {"id": "m1", "title": "Miso soup", "collection": "c1", "embed": "miso soup"},
+            {"id": "t1", "title": "Packing list", "collection": "c2", "embed": "packing list socks"}
           ]})"));
         for (const char* id : {"c1", "c2"}) {
             ASSERT_EQ(keepery({"rename", id, std::string("Named ") + id}).exitStatus, 0);
@@ -86,26 +77,20 @@ protected:
     bool user(const std::vector<std::string>& arguments, std::string* out = nullptr) {
         const ChildResult result = keepery(arguments);
         const std::string said = result.out + result.err;
-        if (soundsBusy(said)) {
-            complain("keepery " + arguments.front(), said);
-        }
-        if (result.exitStatus != 0) {
+        if (soundsBusy(said) || result.exitStatus != 0) {
             complain("keepery " + arguments.front(),
                      "exit " + std::to_string(result.exitStatus) + ": " + said);
-            return false;
-        }
-        if (out != nullptr) {
+        } else if (out != nullptr) {
             *out = result.out;
         }
-        return true;
+        return result.exitStatus == 0;
     }
 };
 
 // The edits that reported success, and what the library must hold for them at the end.
 struct Edits {
-    std::atomic<int> made = 0;
     std::map<std::string, std::string> notes;
-    std::map<std::string, std::string> collectionOf{{"m1", "c1"}};
+    std::string m1In = "c1";
     std::map<std::string, std::string> names;
     std::set<std::string> tags;
 };
@@ -135,11 +120,9 @@ TEST_F(ManyWriters, WatchImportEditsAndSearchesShareOneLibraryWithoutLosingAnyth
             const std::string noted = i % 2 == 0 ? "p1" : "p2";
             if (user({"note", noted, "note " + n})) {
                 edits.notes[noted] = "note " + n;
-                ++edits.made;
             }
             if (user({"tag", "t1", "tag" + n})) {
                 edits.tags.insert("tag" + n);
-                ++edits.made;
             }
             // A note on the newest capture, which the pipeline may be reading or describing right now.
             std::string listed;
@@ -147,28 +130,23 @@ TEST_F(ManyWriters, WatchImportEditsAndSearchesShareOneLibraryWithoutLosingAnyth
                 const json newest = json::parse(listed);
                 if (!newest.empty() && user({"note", newest[0]["id"], "fresh " + n})) {
                     edits.notes[newest[0]["id"]] = "fresh " + n;
-                    ++edits.made;
                 }
             }
         }
     });
     std::thread filer([&] {
         for (int i = 0; running(); ++i) {
-            const std::string n = std::to_string(i);
             const std::string into = i % 2 == 0 ? "c2" : "c1";
             if (user({"move", "m1", into})) {
-                edits.collectionOf["m1"] = into;
-                ++edits.made;
+                edits.m1In = into;
             }
             const std::string renamed = i % 2 == 0 ? "c1" : "c2";
-            if (user({"rename", renamed, "Name " + n})) {
-                edits.names[renamed] = "Name " + n;
-                ++edits.made;
+            if (user({"rename", renamed, "Name " + std::to_string(i)})) {
+                edits.names[renamed] = "Name " + std::to_string(i);
             }
         }
     });
 
-    int searches = 0;
     std::thread assistant([&] {
         LineChild mcp(KEEPERY_MCP_PATH, environment());
         const std::vector<json> calls{
@@ -183,41 +161,31 @@ TEST_F(ManyWriters, WatchImportEditsAndSearchesShareOneLibraryWithoutLosingAnyth
                      "\n");
             const std::string line = mcp.readLine();
             const json reply = json::parse(line, nullptr, false);
-            const json result = reply.is_object() ? reply.value("result", json()) : json();
             const std::string text =
-                result.is_object()
-                    ? result.value("content", json::array({json::object()}))[0].value("text", "")
-                    : "";
-            if (!result.is_object() || reply["id"] != id || result.value("isError", true) ||
-                soundsBusy(text)) {
+                reply.is_object() ? reply.value(json::json_pointer("/result/content/0/text"), "") : "";
+            // A search that dropped a failing source would still answer, but without its best match.
+            if (!reply.is_object() || reply.value("id", json()) != id ||
+                reply.value(json::json_pointer("/result/isError"), true) || soundsBusy(text) ||
+                (&call == &calls[0] && text.find("Tonkotsu ramen at home") == std::string::npos)) {
                 complain("keepery-mcp " + call["name"].get<std::string>(), line);
-            } else if (call["arguments"].contains("query") &&
-                       call["arguments"]["query"] == "tonkotsu ramen" &&
-                       text.find("Tonkotsu ramen at home") == std::string::npos) {
-                // A search that dropped a failing source would still answer, but without its best match.
-                complain("keepery-mcp search", text);
             }
-            ++searches;
         }
         EXPECT_EQ(mcp.finish(), 0);
     });
 
     // New photos and screenshots arrive in the watched folders the whole time.
     int arrived = 0;
-    for (int i = 0; running(); ++i) {
-        const std::string n = std::to_string(i);
+    for (int i = 0; running(); ++i, ++arrived) {
         if (i % 2 == 0) {
-            arrive(camera, "camera-" + n + ".jpg", jpegWith(quadrants(200 + 4 * i, 150)));
+            arrive(camera, "camera-" + std::to_string(i) + ".jpg", jpegWith(quadrants(200 + 4 * i, 150)));
         } else {
-            arrive(screens, "Screenshot " + n + ".png", pngOf(quadrants(240, 160 + 4 * i)));
+            arrive(screens, "Screenshot " + std::to_string(i) + ".png", pngOf(quadrants(240, 160 + 4 * i)));
         }
-        ++arrived;
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
     }
-    writer.join();
-    filer.join();
-    assistant.join();
-    import.join();
+    for (std::thread* thread : {&writer, &filer, &assistant, &import}) {
+        thread->join();
+    }
     const std::int64_t expected = 4 + 8 + arrived;
     EXPECT_TRUE(eventually([&] { return LibraryStore(library()).count() == expected; })) << watch.output();
     watch.signal(SIGTERM);
@@ -228,24 +196,17 @@ TEST_F(ManyWriters, WatchImportEditsAndSearchesShareOneLibraryWithoutLosingAnyth
 
     // What is left of the processing finishes in one more run.
     EXPECT_TRUE(user({"work"}));
-
     for (const std::string& complaint : complaints) {
         ADD_FAILURE() << complaint;
     }
     LibraryStore store(library());
-    EXPECT_EQ(store.count(), expected) << [&] {
-        std::string all;
-        for (const Capture& capture : store.captures(LibraryFilter::recent(), 1000)) {
-            all += capture.id + " " + capture.windowTitle + " " + capture.originalFile.value_or("") + "\n";
-        }
-        return all + watched;
-    }();
+    EXPECT_EQ(store.count(), expected) << watched;
     EXPECT_EQ(store.stageCounts()[CaptureStage::organized], expected);
     EXPECT_TRUE(store.failing(10).empty());
     for (const Capture& capture : store.captures(LibraryFilter::recent(), 1000)) {
         if (capture.id.size() > 2) { // kept in this run, not seeded
-            EXPECT_TRUE(fs::exists(store.imageURL(capture))) << capture.id;
-            EXPECT_TRUE(fs::exists(store.thumbURL(capture.id))) << capture.id;
+            EXPECT_TRUE(fs::exists(store.imageURL(capture)) && fs::exists(store.thumbURL(capture.id)))
+                << capture.id;
         }
     }
     // Each capture has exactly one full-text row, however many processes rewrote it.
@@ -256,18 +217,16 @@ TEST_F(ManyWriters, WatchImportEditsAndSearchesShareOneLibraryWithoutLosingAnyth
     for (const auto& [id, note] : edits.notes) {
         EXPECT_EQ(store.capture(id)->note, note) << id;
     }
-    for (const auto& [id, collection] : edits.collectionOf) {
-        EXPECT_EQ(store.capture(id)->collectionID, collection) << id;
-    }
+    EXPECT_EQ(store.capture("m1")->collectionID, edits.m1In);
     for (const auto& [id, name] : edits.names) {
         EXPECT_EQ(store.collection(id)->name, name) << id;
     }
     const std::vector<std::string> tags = store.capture("t1")->tags;
     EXPECT_EQ(std::set<std::string>(tags.begin(), tags.end()), edits.tags);
 
-    std::cout << "[ counts   ] kept " << expected - 4 << " (" << arrived << " watched, 8 imported), edits "
-              << edits.made << ", searches and listings answered " << searches << ", lost "
-              << expected - store.count() << "\n";
+    std::cout << "[ counts   ] kept " << expected - 4 << " (" << arrived << " watched, 8 imported), notes "
+              << edits.notes.size() << ", tags " << edits.tags.size() << ", lost " << expected - store.count()
+              << "\n";
 }
 
 } // namespace

@@ -20,10 +20,7 @@ protected:
         fs::create_directories(screens);
     }
 
-    std::int64_t kept(std::optional<CaptureMedia> which = std::nullopt) const {
-        LibraryStore store(library());
-        return which ? store.mediaCounts()[*which] : store.count();
-    }
+    std::int64_t kept(CaptureMedia which) const { return LibraryStore(library()).mediaCounts()[which]; }
 
     // Writes `bytes` in two parts with a pause between them, as a slow copy does.
     static void copySlowly(const fs::path& to, const std::vector<std::uint8_t>& bytes) {
@@ -37,7 +34,8 @@ protected:
     }
 };
 
-TEST_F(KeeperyWatch, KeepsCompleteFilesAsTheyArriveAndStopsCleanly) {
+// What the watcher keeps is processed by the real pipeline without another command.
+TEST_F(KeeperyWatch, KeepsAndProcessesCompleteFilesAsTheyArriveAndStopsCleanly) {
     RunningChild watch(KEEPERY_PATH, {"watch", media.string(), "--screens", screens.string()}, environment(),
                        home / "watch.log");
     ASSERT_TRUE(eventually([&] {
@@ -48,17 +46,14 @@ TEST_F(KeeperyWatch, KeepsCompleteFilesAsTheyArriveAndStopsCleanly) {
     copySlowly(screens / "Screenshot from 2026-11-23.png", pngOf(quadrants(500, 400)));
     writeFile(media / "notes.txt", std::string("text"));
     writeFile(media / ".partial.jpg", std::string("half"));
-
-    ASSERT_TRUE(eventually([&] { return kept() == 2; })) << watch.output();
-    EXPECT_EQ(kept(CaptureMedia::screen), 1);
+    EXPECT_TRUE(
+        eventually([&] { return LibraryStore(library()).stageCounts()[CaptureStage::organized] == 2; }, 60))
+        << watch.output();
     EXPECT_EQ(kept(CaptureMedia::photo), 1);
-    {
-        LibraryStore store(library());
-        const auto screen = store.captures(LibraryFilter::media(CaptureMedia::screen), 1);
-        ASSERT_EQ(screen.size(), 1U);
-        EXPECT_EQ(screen[0].windowTitle, "Screenshot from 2026-11-23");
-        EXPECT_EQ(screen[0].width, 500);
-    }
+    const auto screen = LibraryStore(library()).captures(LibraryFilter::media(CaptureMedia::screen), 2);
+    ASSERT_EQ(screen.size(), 1U);
+    EXPECT_EQ(screen[0].windowTitle, "Screenshot from 2026-11-23");
+    EXPECT_EQ(screen[0].width, 500);
 
     watch.signal(SIGTERM);
     EXPECT_EQ(watch.finish(), 0);
@@ -67,7 +62,7 @@ TEST_F(KeeperyWatch, KeepsCompleteFilesAsTheyArriveAndStopsCleanly) {
     EXPECT_THAT(log, HasSubstr("Skipped " + (media / "notes.txt").string() + ": not a photo or video"));
     EXPECT_THAT(log, ::testing::Not(HasSubstr("partial")));
     EXPECT_THAT(log, HasSubstr("Stopped watching."));
-    EXPECT_EQ(kept(), 2);
+    EXPECT_EQ(LibraryStore(library()).count(), 2);
 }
 
 TEST_F(KeeperyWatch, RefusesAFolderThatIsNotThere) {
@@ -75,26 +70,6 @@ TEST_F(KeeperyWatch, RefusesAFolderThatIsNotThere) {
     EXPECT_EQ(refused.exitStatus, 1);
     EXPECT_EQ(refused.err, "keepery: " + (home / "nowhere").string() + ": no such folder\n");
 }
-
-// With the real pipeline: what the watcher keeps is processed without another command.
-TEST_F(KeeperyWatch, ProcessesWhatItKeeps) {
-    RunningChild watch(KEEPERY_PATH, {"watch", media.string()}, environment(), home / "watch.log");
-    ASSERT_TRUE(eventually([&] { return watch.output().find("Watching") != std::string::npos; }));
-    copySlowly(media / "harbour.jpg", jpegWith(quadrants(640, 480)));
-    EXPECT_TRUE(eventually(
-        [&] {
-            LibraryStore store(library());
-            return store.stageCounts()[CaptureStage::organized] == 1;
-        },
-        60))
-        << watch.output();
-    watch.signal(SIGINT);
-    EXPECT_EQ(watch.finish(), 0);
-}
-
-} // namespace
-
-namespace {
 
 // What the user service runs: without folders, the pictures folder and the screenshot folder inside it.
 TEST_F(KeeperyWatch, WithoutFoldersWatchesThePicturesFolderAndItsScreenshots) {
