@@ -110,6 +110,8 @@ TEST(DescriberParse, ThrowsNotJSONWithTheFirst200Characters) {
     } catch (const Describer::ParseError& error) {
         EXPECT_EQ(error.reply(), reply.substr(0, 300));
     }
+    // The text a failed step records.
+    EXPECT_STREQ(Describer::ParseError::notJSON("Sorry").what(), "notJSON(\"Sorry\")");
     EXPECT_THROW((void)parsed("[1, 2, 3]"), Describer::ParseError);
     EXPECT_THROW((void)parsed("{\"title\": }"), Describer::ParseError);
 }
