@@ -177,6 +177,11 @@ TEST(LibrarySearchAtScale, AnswersExactlyAsReadingEverythingAfresh) {
         service.setEmbedding(EmbeddingText::query(queries.back()), std::vector<double>(v.begin(), v.end()));
     }
     queries.push_back("the and of");
+    // A query pointed at the newest capture, whose vectors are the scan's last rows.
+    const std::vector<float> newest =
+        *store.vector(sample.captureID(sample.size() - 1), VectorSpace::meaning);
+    service.setEmbedding(EmbeddingText::query("newest"), std::vector<double>(newest.begin(), newest.end()));
+    queries.push_back("newest");
     // Three uneven parts of the scan on threads of their own.
     const auto makeLibrary = [&] {
         return std::make_unique<Library>(
