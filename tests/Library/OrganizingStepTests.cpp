@@ -74,16 +74,11 @@ TEST_F(OrganizingStep, ACaptureStaysUnsortedOrFormsANamedCollectionWithCloseUnso
     EXPECT_EQ(all[0], (CaptureCollection{all[0].id, "Espresso Notes", all[0].emoji, now, now, 3, 3, false}));
 }
 
-TEST_F(OrganizingStep, CollectionsAreRenamedWhenTheyDoubleButNeverWhenTheUserNamedThem) {
+TEST_F(OrganizingStep, CollectionsAreRenamedFromTheirNewestMemberWhenTheyDouble) {
     store.insertCollection({.id = "auto", .name = "Trains", .emoji = "🚆", .namedAtCount = 3});
-    store.insertCollection({.id = "mine", .name = "Mine", .emoji = "⭐"});
     for (int i = 0; i < 3; ++i) {
         organized("a" + std::to_string(i), i, axis(0), "auto");
     }
-    organized("m0", 10, axis(1), "mine");
-    organized("m1", 11, axis(1), "mine");
-    library.renameCollection("mine", "Mine", "⭐");
-
     for (int member = 4; member <= 6; ++member) {
         embedded("a" + std::to_string(member), 20 + member, axis(0), "Rail " + std::to_string(member));
         library.organize("a" + std::to_string(member));
@@ -92,14 +87,6 @@ TEST_F(OrganizingStep, CollectionsAreRenamedWhenTheyDoubleButNeverWhenTheUserNam
     }
     EXPECT_EQ(store.collection("auto")->name, "Rail 6");
     EXPECT_EQ(store.collection("auto")->namedAtCount, 6);
-
-    for (int member = 3; member <= 8; ++member) {
-        embedded("m" + std::to_string(member), 30 + member, axis(1));
-        library.organize("m" + std::to_string(member));
-    }
-    EXPECT_EQ(store.collection("mine")->count, 8);
-    EXPECT_EQ(store.collection("mine")->name, "Mine");
-    EXPECT_EQ(namingRequests(), 1u);
 }
 
 TEST_F(OrganizingStep, ANamingFailureIsRecordedOnTheFiledCaptureWhichIsNotRetried) {
