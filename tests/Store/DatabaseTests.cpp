@@ -126,16 +126,5 @@ TEST_F(DatabaseTest, TransactionsCommitRollBackAndDoNotNest) {
     EXPECT_NO_THROW(db.transaction([] {})) << "a transaction was left open";
 }
 
-TEST_F(DatabaseTest, ASecondConnectionReadsTheCommittedStateWhileTheFirstWrites) {
-    Database second((dir / "test.sqlite").string());
-    db.execute("CREATE TABLE t (v)");
-    db.run("INSERT INTO t VALUES (1)");
-    db.transaction([&] {
-        db.run("INSERT INTO t VALUES (2)");
-        EXPECT_EQ(second.query("SELECT count(*) AS n FROM t")[0].at("n"), Value(1));
-    });
-    EXPECT_EQ(second.query("SELECT count(*) AS n FROM t")[0].at("n"), Value(2));
-}
-
 } // namespace
 } // namespace keepery::testing
