@@ -27,12 +27,15 @@ protected:
 
 } // namespace
 
-TEST_F(Startup, EmptyInputCreatesTheLibraryAndExitsQuietly) {
+TEST_F(Startup, EmptyInputCreatesTheLibraryWhereTheDataHomeSaysAndExitsQuietly) {
     const auto result = run("");
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(result.out + result.err, "");
     EXPECT_TRUE(fs::exists(library() / "library.sqlite"));
     EXPECT_TRUE(fs::is_directory(library() / "thumbs"));
+
+    EXPECT_EQ(run("", {{"XDG_DATA_HOME", (home / "data").string()}}).exitStatus, 0);
+    EXPECT_TRUE(fs::exists(home / "data" / "Keepery" / "library.sqlite"));
 }
 
 // Blank lines are skipped, a notification gets no reply, and lines the reader refuses (NUL bytes in them,
