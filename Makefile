@@ -39,7 +39,7 @@ tsan: setup
 
 # The fuzz targets, built with clang and libFuzzer under AddressSanitizer and UndefinedBehaviorSanitizer
 # in a tree of their own. `make test` runs them briefly; `make fuzz` runs them long.
-FUZZ_CHECK_SECONDS ?= 30
+FUZZ_CHECK_SECONDS ?= 20
 FUZZ_SECONDS ?= 600
 
 fuzz-build: setup

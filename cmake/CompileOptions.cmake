@@ -34,8 +34,15 @@ function(keepery_compile_options target)
         target_compile_options(${target} PRIVATE -fsanitize=thread -fno-omit-frame-pointer -O1 -g)
         target_link_options(${target} PRIVATE -fsanitize=thread)
     elseif(KEEPERY_SANITIZE)
+        # The engine, which every test runs, is optimised; the tests' own code and the programs' thin
+        # wiring are not, which halves the time it takes to compile them.
+        if(target MATCHES "^Keepery(Kit|MCP)$")
+            set(level -O1)
+        else()
+            set(level -O0)
+        endif()
         target_compile_options(${target} PRIVATE -fsanitize=address,undefined -fno-sanitize-recover=all
-                                                 -fno-omit-frame-pointer -O1 -g)
+                                                 -fno-omit-frame-pointer ${level} -g)
         target_link_options(${target} PRIVATE -fsanitize=address,undefined)
     endif()
 endfunction()
