@@ -19,9 +19,6 @@ using keepery::testing::FakeModelService;
 
 namespace {
 
-constexpr const char* vision = "qwen3.5:4b";
-constexpr const char* embedding = "embeddinggemma-2:440m";
-
 class LibraryPipeline : public keepery::testing::StoreTest {
 protected:
     LibraryPipeline() {
@@ -29,9 +26,11 @@ protected:
     }
 
     Library makeLibrary(const std::string& host, Library::ModelTimeouts timeouts = {}) {
-        return Library(
-            {.store = store, .client = OllamaClient(host), .clock = clock, .files = files},
-            {.visionModel = vision, .embeddingModel = embedding, .timeouts = timeouts, .locale = "en-US"});
+        return Library({.store = store, .client = OllamaClient(host), .clock = clock, .files = files},
+                       {.visionModel = FakeModelService::visionModel,
+                        .embeddingModel = FakeModelService::embeddingModel,
+                        .timeouts = timeouts,
+                        .locale = "en-US"});
     }
 
     static std::vector<std::uint8_t> picture(int width, int height) {
@@ -163,10 +162,10 @@ TEST_F(LibraryPipeline, AFailedStepRecordsItsTextAndIsRetriedOnlyAfterItsDelay) 
         library.work();
         EXPECT_EQ(store.capture(id)->stage, CaptureStage::organized);
     };
-    service.removeModel(vision);
+    service.removeModel(FakeModelService::visionModel);
     failsThenRecovers(library, "A model is missing: model \"qwen3.5:4b\" not found, try pulling it first",
                       300s, CaptureStage::read);
-    service.failModel(embedding, FakeModelService::Reply::error(500, "out of memory"));
+    service.failModel(FakeModelService::embeddingModel, FakeModelService::Reply::error(500, "out of memory"));
     failsThenRecovers(library, "Ollama answered 500: out of memory", 600s, CaptureStage::described);
     FakeModelService down;
     down.refuseConnections();

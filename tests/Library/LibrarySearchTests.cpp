@@ -18,6 +18,7 @@ using keepery::testing::FakeModelService;
 using keepery::testing::ReferenceSearch;
 using Ids = std::vector<std::string>;
 using Reasons = std::set<SearchReason>;
+using keepery::testing::axis;
 using keepery::testing::idsOf;
 
 namespace {
@@ -33,13 +34,6 @@ Hits hitsOf(const SearchFindings& findings) {
         hits.emplace_back(hit.id(), hit.reasons);
     }
     return hits;
-}
-
-// A unit vector along axis `axis` of four.
-std::vector<float> axis(int axis) {
-    std::vector<float> v(4, 0.0f);
-    v[static_cast<std::size_t>(axis)] = 1.0f;
-    return v;
 }
 
 class LibrarySearch : public keepery::testing::StoreTest {

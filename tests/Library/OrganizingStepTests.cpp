@@ -13,19 +13,11 @@
 
 using namespace keepery;
 using namespace std::chrono_literals;
+using keepery::testing::axis;
 using keepery::testing::FakeModelService;
 using keepery::testing::idsOf;
 
 namespace {
-
-constexpr const char* vision = "qwen3.5:4b";
-constexpr const char* embedding = "embeddinggemma-2:440m";
-
-std::vector<float> axis(std::size_t i, std::size_t dimension = 4) {
-    std::vector<float> v(dimension, 0.0f);
-    v[i] = 1.0f;
-    return v;
-}
 
 class OrganizingStep : public keepery::testing::StoreTest {
 protected:
@@ -33,7 +25,8 @@ protected:
     void embedded(const std::string& id, Instant createdAt, const std::vector<float>& vector,
                   const std::string& windowTitle = "Window") {
         store.insert(screen(id, createdAt, "Safari", windowTitle));
-        store.setEmbedding(id, embedding, {{VectorSpace::look, vector}, {VectorSpace::meaning, vector}});
+        store.setEmbedding(id, FakeModelService::embeddingModel,
+                           {{VectorSpace::look, vector}, {VectorSpace::meaning, vector}});
     }
 
     void organized(const std::string& id, Instant createdAt, const std::vector<float>& vector,
@@ -45,8 +38,9 @@ protected:
     std::size_t namingRequests() const { return service.requests("/api/generate").size(); }
 
     FakeModelService service;
-    Library library{{.store = store, .client = OllamaClient(service.host()), .clock = clock, .files = files},
-                    {.visionModel = vision, .embeddingModel = embedding}};
+    Library library{
+        {.store = store, .client = OllamaClient(service.host()), .clock = clock, .files = files},
+        {.visionModel = FakeModelService::visionModel, .embeddingModel = FakeModelService::embeddingModel}};
 };
 
 TEST_F(OrganizingStep, ACaptureStaysUnsortedOrFormsANamedCollectionWithCloseUnsortedOnes) {
@@ -96,7 +90,7 @@ TEST_F(OrganizingStep, ANamingFailureIsRecordedOnTheFiledCaptureWhichIsNotRetrie
     embedded("moved", 2, axis(2));
     store.moveCapture("moved", "c");
     embedded("second", 3, axis(2));
-    service.removeModel(vision);
+    service.removeModel(FakeModelService::visionModel);
     int announcements = 0;
     library.setOnChange([&] { ++announcements; });
     library.advance(*store.capture("second"));
@@ -115,7 +109,8 @@ TEST_F(OrganizingStep, ANamingFailureIsRecordedOnTheFiledCaptureWhichIsNotRetrie
 // What the organizer decides from the lists read afresh, as the organizing step would gather them.
 Organizer::Decision decidedAfresh(LibraryStore& store, const std::string& id) {
     const std::vector<float> own = *store.vector(id, VectorSpace::meaning);
-    const LibraryStore::VectorRows rows = store.vectorRows(embedding, VectorSpace::meaning);
+    const LibraryStore::VectorRows rows =
+        store.vectorRows(FakeModelService::embeddingModel, VectorSpace::meaning);
     std::map<std::string, std::span<const float>> vectors;
     for (std::size_t i = 0; i < rows.size(); ++i) {
         vectors[rows.ids[i]] = rows.row(i);

@@ -9,6 +9,7 @@ using namespace keepery;
 using namespace keepery::SearchMerge;
 using Ids = std::vector<std::string>;
 using Views = std::vector<std::string_view>;
+using Reasons = std::set<SearchReason>;
 
 namespace {
 
@@ -136,7 +137,6 @@ TEST(SearchMerge, CoversAndCompletesCollectionsWithThreeQuartersOfAtLeastThreeMe
 }
 
 TEST(SearchMerge, ReasonsCarryEvidenceAndMarkOnlyUnfoundCompletions) {
-    using Reasons = std::set<SearchReason>;
     const Evidence evidence{
         {SearchReason::words, {"a", "b"}},
         {SearchReason::look, {"b", "c"}},

@@ -15,7 +15,7 @@ const std::string opening = "These items were saved together in a personal libra
 const std::string ending = "\n\nName the collection they form. Answer with JSON only:\n"
                            "{\"name\": \"2 to 4 words, title case, specific (not 'Miscellaneous' or "
                            "'Screenshots')\",\n \"emoji\": \"one emoji that fits\"}";
-const std::string folder = "\U0001F4C1";
+const std::string folderEmoji = "\U0001F4C1";
 
 Capture titled(std::string title, std::optional<std::string> summary, std::vector<std::string> tags = {}) {
     Capture capture;
@@ -60,7 +60,8 @@ TEST(CollectionNamerParse, NameIsCleanedCutOrUntitled) {
         << "the model's casing stays";
     for (const char* reply :
          {"{\"name\": \"  \\\" \\\"  \"}", "{\"name\": 7}", "I would call it Coffee.", "[\"Coffee\"]"}) {
-        EXPECT_EQ(CollectionNamer::parse(reply), (CollectionNamer::Naming{"Untitled collection", folder}))
+        EXPECT_EQ(CollectionNamer::parse(reply),
+                  (CollectionNamer::Naming{"Untitled collection", folderEmoji}))
             << reply;
     }
 }
@@ -72,18 +73,18 @@ TEST(CollectionNamerParse, EmojiIsTheFirstCharacterThatShowsAsOne) {
     for (const auto& [value, emoji] :
          std::vector<std::pair<std::string, std::string>>{{"coffee \u2615", "\u2615"},
                                                           {"\u2764\uFE0F", "\u2764\uFE0F"},
-                                                          {"\u2764", folder},
+                                                          {"\u2764", folderEmoji},
                                                           {"\U0001F1EE\U0001F1F9", "\U0001F1EE\U0001F1F9"},
-                                                          {"1", folder},
+                                                          {"1", folderEmoji},
                                                           {"1\uFE0F\u20E3", "1\uFE0F\u20E3"},
-                                                          {"1\u20E3", folder},
+                                                          {"1\u20E3", folderEmoji},
                                                           {"fam " + family + " \u2615", family},
                                                           {"\U0001F44D\U0001F3FD", "\U0001F44D\U0001F3FD"},
-                                                          {"", folder}}) {
+                                                          {"", folderEmoji}}) {
         EXPECT_EQ(CollectionNamer::parse(nlohmann::json{{"name", "x"}, {"emoji", value}}.dump()).emoji, emoji)
             << value;
     }
-    EXPECT_EQ(CollectionNamer::parse("{\"name\": \"x\", \"emoji\": 9749}").emoji, folder);
+    EXPECT_EQ(CollectionNamer::parse("{\"name\": \"x\", \"emoji\": 9749}").emoji, folderEmoji);
     EXPECT_TRUE(CollectionNamer::isEmoji("\U0001F1EE"));
 }
 

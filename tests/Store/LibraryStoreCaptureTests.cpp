@@ -9,10 +9,6 @@ using namespace std::chrono_literals;
 
 using CaptureWrites = StoreTest;
 
-std::vector<std::uint8_t> bytes(std::string_view text) {
-    return {text.begin(), text.end()};
-}
-
 TEST_F(CaptureWrites, InsertKeepsTheKeptFieldsAndStartsTheRestEmpty) {
     Capture photo = screen("p1", 1'700'000'000.25, "Photos", "IMG_0042");
     photo.media = CaptureMedia::photo;
@@ -197,11 +193,12 @@ TEST_F(CaptureWrites, DeleteLeavesNoRowAndNoFileAndIgnoresFilesItCannotRemove) {
     const std::vector<std::filesystem::path> written{store.imageURL("v"), store.thumbURL("v"),
                                                      store.sheetURL("v"), root / "media/v.jpg",
                                                      root / "media/v-original.mov"};
+    const std::vector<std::uint8_t> content{'x'};
     for (const auto& file : written) {
-        files.writeAtomically(file, bytes("x"));
+        files.writeAtomically(file, content);
     }
     store.insert(screen("keep", 2));
-    files.writeAtomically(store.thumbURL("keep"), bytes("x"));
+    files.writeAtomically(store.thumbURL("keep"), content);
     files.failNext(FakeFiles::Operation::remove, store.thumbURL("v"));
 
     EXPECT_NO_THROW(store.deleteCapture("v"));

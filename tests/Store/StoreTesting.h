@@ -28,6 +28,13 @@ std::vector<std::string> idsOf(const Records& records) {
     return ids;
 }
 
+// A unit vector along axis `i` of `dimension`.
+inline std::vector<float> axis(std::size_t i, std::size_t dimension = 4) {
+    std::vector<float> v(dimension, 0.0f);
+    v.at(i) = 1.0f;
+    return v;
+}
+
 // A store in a fresh library directory on a clock and files the test controls, and a second connection to
 // the same file for reading and writing rows behind the store's back.
 class StoreTest : public ::testing::Test {

@@ -20,6 +20,9 @@ namespace keepery::testing {
 class FakeModelService {
 public:
     static constexpr int dimension = 768;
+    // The vision and embedding models the service has installed from the start.
+    static constexpr const char* visionModel = "qwen3.5:4b";
+    static constexpr const char* embeddingModel = "embeddinggemma-2:440m";
 
     struct Reply {
         int status = 200;
@@ -103,7 +106,7 @@ private:
     // What tests set and the service records.
     struct Settings {
         std::string version = "0.41.0";
-        std::vector<std::string> models{"embeddinggemma-2:440m", "qwen3.5:4b", "qwen3.5:2b-q4_K_M"};
+        std::vector<std::string> models{embeddingModel, visionModel, "qwen3.5:2b-q4_K_M"};
         std::vector<std::string> pullLines{
             R"({"status":"pulling manifest"})",
             R"({"status":"pulling 1a2b3c","digest":"sha256:1a2b3c","total":1000,"completed":500})",
